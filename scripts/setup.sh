@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# setup.sh build|check|bench ...: installs what is missing for building and testing, for all checks, for the benchmarks.
+# Says what it installs and why; does nothing where everything is there.
+set -euo pipefail
+
+missing=()
+need() { # PACKAGE REASON
+    dpkg-query -W -f '${Status}' "$1" 2>/dev/null | grep -q 'ok installed' && return
+    echo "setup: installing $1: $2"
+    missing+=("$1")
+}
+
+for purpose in "${@:-build}"; do
+    case $purpose in
+    build)
+        need g++ "compiles the library"
+        need cmake "drives the build"
+        need ninja-build "runs the build"
+        need binutils "the test of the exported names reads them with nm"
+        need libgtest-dev "the tests are written with Google Test"
+        ;;
+    check)
+        need clang "second compiler, and the fuzzer's"
+        need libclang-rt-14-dev "run-time part of clang's sanitizers and of libFuzzer"
+        need clang-format "checks the format of the code"
+        need clang-tidy "checks the code"
+        need pkg-config "builds a program against the installed library"
+        need gcovr "reports test coverage"
+        ;;
+    bench)
+        need libbenchmark-dev "the benchmarks are written with Google Benchmark"
+        need pkg-config "finds the baselines"
+        need python3 "prints the table of ratios"
+        need libglib2.0-dev "baseline: GLib"
+        need libaprutil1-dev "baseline: APR"
+        need libapr1-dev "baseline: APR"
+        need libfmt-dev "baseline: fmt"
+        need libabsl-dev "baseline: Abseil"
+        ;;
+    *)
+        echo "setup: build, check or bench, not '$purpose'" >&2
+        exit 2
+        ;;
+    esac
+done
+
+[ ${#missing[@]} -gt 0 ] || exit 0
+as_root=
+[ "$(id -u)" = 0 ] || as_root=sudo
+export DEBIAN_FRONTEND=noninteractive
+$as_root apt-get update -qq
+$as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

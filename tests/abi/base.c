@@ -1,0 +1,35 @@
+#include "abi.h"
+
+#include <string.h>
+
+#include "vorncore/vorncore.h"
+
+#if !VORNCORE_VERSION_AT_LEAST(1, 1, 0) || VORNCORE_VERSION_AT_LEAST(1, 1, 1)
+#error "the version check of the headers is wrong"
+#endif
+
+SIZE_IS(xp_pair, 16);
+SIZE_IS(xpi_istream, 40);
+SIZE_IS(xpi_ostream, 56);
+SIZE_IS(xpi_iostream, 64);
+AT(xpi_iostream, read_offset, 56);
+
+SIZE_IS(xp_array, 40);
+AT(xp_array, items, 0);
+AT(xp_array, copy, 8);
+AT(xp_array, release, 16);
+AT(xp_array, capacity, 24);
+AT(xp_array, initial_capacity, 28);
+AT(xp_array, count, 32);
+
+void abi_base(void) {
+    CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
+
+    xp_array *array = xp_create_array(1, NULL, NULL);
+    xpar_add(array, "b");
+    xpar_insert(array, 0, "a");
+    CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
+    xp_destroy_array(array);
+
+    CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
+}

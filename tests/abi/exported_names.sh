@@ -1,0 +1,9 @@
+#!/bin/sh
+# exported_names.sh LIBRARY MAP: the library exports what the version script names, and nothing else.
+set -eu
+listed=$(mktemp)
+trap 'rm -f "$listed"' EXIT
+sed -n 's/^ *\([A-Za-z_][A-Za-z_0-9]*\);$/\1/p' "$2" | sort > "$listed"
+test -s "$listed"
+nm -D --defined-only "$1" | awk '$2 != "A" && $2 != "N" { sub(/@.*/, "", $3); print $3 }' |
+    grep -vE '^__(asan|odr_asan|ubsan|sancov|llvm|start|stop|gcov)' | sort | diff "$listed" -

@@ -1,0 +1,18 @@
+// System calls that fail on demand.
+#pragma once
+
+namespace harness {
+
+enum class call { read, write, recv, send, poll, socket, connect, bind, fcntl, getsockopt };
+
+/// While it lives, the nth call (0: every call) of one kind that this thread makes, from now on, fails with `error`;
+/// with error 0 a read or write moves at most one byte instead. One fault at a time a thread.
+class fault_io {
+  public:
+    fault_io(call which, int nth, int error);
+    ~fault_io();
+    bool fired() const;
+    int calls() const; // calls of that kind so far
+};
+
+} // namespace harness

@@ -1,0 +1,15 @@
+/* The frame and the containers. */
+#ifndef VORNCORE_BASE_BASE_H
+#define VORNCORE_BASE_BASE_H
+
+#include "vorncore/base/version.h"
+
+#include "vorncore/base/log.h"
+#include "vorncore/base/stream.h"
+#include "vorncore/base/types.h"
+
+#include "vorncore/base/array.h"
+
+#include "vorncore/base/chartype.h"
+
+#endif

@@ -1,0 +1,7 @@
+/* Every public header of vorncore. */
+#ifndef VORNCORE_VORNCORE_H
+#define VORNCORE_VORNCORE_H
+
+#include "vorncore/base/base.h"
+
+#endif
