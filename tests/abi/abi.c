@@ -9,6 +9,8 @@ int abi_failures = 0;
 
 int main(void) {
     abi_base();
+    abi_io();
+    abi_app();
     if (abi_failures == 0) puts(vorncore_name);
     return abi_failures != 0;
 }

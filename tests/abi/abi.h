@@ -14,5 +14,7 @@ extern int abi_failures;
 #define AT(record, field, offset) static_assert(offsetof(record, field) == (offset), #record "." #field)
 
 void abi_base(void);
+void abi_io(void);
+void abi_app(void);
 
 #endif
