@@ -52,8 +52,7 @@ void sort_copies(benchmark::State &state, Sort sort) {
 
 void vorncore_sort(benchmark::State &state) {
     sort_copies(state, [](std::vector<const char *> &items) {
-        xp_array view = {(void **)(items.data()), nullptr, nullptr, 0, 0,
-                         static_cast<int32_t>(items.size())};
+        xp_array view = {(void **)(items.data()), nullptr, nullptr, 0, 0, static_cast<int32_t>(items.size())};
         xpar_sort(&view, by_text);
     });
 }

@@ -4,6 +4,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh build
-cmake --preset release >/dev/null
+cmake --preset release ${CI:+-DVORNCORE_WERROR=ON} >/dev/null
 cmake --build --preset release
 ctest --preset release --parallel "$(nproc)"

@@ -1,0 +1,7 @@
+#include "abi.h"
+
+#include <string.h>
+
+#include "vorncore/vorncore.h"
+
+void abi_io(void) {}
