@@ -1,5 +1,6 @@
 #include "abi.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include "vorncore/vorncore.h"
@@ -22,6 +23,12 @@ AT(xp_array, capacity, 24);
 AT(xp_array, initial_capacity, 28);
 AT(xp_array, count, 32);
 
+SIZE_IS(xp_fmt_target, 32);
+AT(xp_fmt_target, begin, 0);
+AT(xp_fmt_target, end, 8);
+AT(xp_fmt_target, cursor, 16);
+AT(xp_fmt_target, newbuf, 24);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
 
@@ -32,4 +39,8 @@ void abi_base(void) {
     xp_destroy_array(array);
 
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
+
+    char *text = xp_sprintf("%'d%s", 1000, "!");
+    CHECK(strcmp(text, "1,000!") == 0);
+    free(text);
 }

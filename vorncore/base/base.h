@@ -4,6 +4,7 @@
 
 #include "vorncore/base/version.h"
 
+#include "vorncore/base/format.h"
 #include "vorncore/base/log.h"
 #include "vorncore/base/stream.h"
 #include "vorncore/base/types.h"
