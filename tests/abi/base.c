@@ -28,6 +28,25 @@ AT(xp_fmt_target, begin, 0);
 AT(xp_fmt_target, end, 8);
 AT(xp_fmt_target, cursor, 16);
 AT(xp_fmt_target, newbuf, 24);
+SIZE_IS(xp_list, 40);
+AT(xp_list, copy, 8);
+AT(xp_list, release, 16);
+AT(xp_list, sentinel, 24);
+SIZE_IS(xp_listnode, 24);
+AT(xp_listnode, previous, 8);
+AT(xp_listnode, datum, 16);
+SIZE_IS(xp_listenum, 16);
+AT(xp_listenum, current, 8);
+
+SIZE_IS(xp_datalist, 40);
+AT(xp_datalist, count, 4);
+AT(xp_datalist, copy, 8);
+AT(xp_datalist, release, 16);
+AT(xp_datalist, sentinel, 24);
+AT(xp_datanode, previous, 8);
+AT(xp_datanode, data, 16);
+SIZE_IS(xp_datalistenum, 16);
+AT(xp_datalistenum, current, 8);
 
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
@@ -37,6 +56,15 @@ void abi_base(void) {
     xpar_insert(array, 0, "a");
     CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
     xp_destroy_array(array);
+
+    xp_list list;
+    xp_init_list(&list, NULL, NULL);
+    CHECK(xpls_add(&list, "a") == list.sentinel.first && list.sentinel.first->next == xpls_head(&list));
+    xp_close_list(&list);
+
+    xp_datalist *data = xp_create_datalist(2, NULL, NULL);
+    CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
+    xp_destroy_datalist(data);
 
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
 

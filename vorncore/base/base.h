@@ -10,6 +10,8 @@
 #include "vorncore/base/types.h"
 
 #include "vorncore/base/array.h"
+#include "vorncore/base/datalist.h"
+#include "vorncore/base/list.h"
 
 #include "vorncore/base/chartype.h"
 

@@ -1,0 +1,57 @@
+// Circular doubly linked rings, written once over the layout of their nodes.
+//
+// A ring runs through a sentinel, which is its beginning and its end: an empty ring is a sentinel linked to itself.
+// Sentinels are mostly smaller than nodes (two links and nothing else); `as_node` views one as a node, of which only
+// the two links may then be touched.
+#pragma once
+
+#include <stddef.h>
+
+namespace vorncore {
+
+/// Next and Previous are the members of Node that hold the links. A node may be on several rings through several pairs.
+template <class Node, Node *Node::*Next, Node *Node::*Previous>
+struct ring {
+    static void make_empty(Node *sentinel) { sentinel->*Next = sentinel->*Previous = sentinel; }
+    static bool is_empty(const Node *sentinel) { return sentinel->*Next == sentinel; }
+
+    static void link_before(Node *position, Node *node) { link(position->*Previous, node, position); }
+    static void link_after(Node *position, Node *node) { link(position, node, position->*Next); }
+
+    /// The links of the node itself stay as they were.
+    static void unlink(Node *node) {
+        node->*Previous->*Next = node->*Next;
+        node->*Next->*Previous = node->*Previous;
+    }
+
+    /// The first node becomes the last. Both rotations return the node that moved, and leave a ring of one as it is.
+    static Node *first_to_back(Node *sentinel) {
+        Node *node = sentinel->*Next;
+        unlink(node);
+        link_before(sentinel, node);
+        return node;
+    }
+
+    static Node *last_to_front(Node *sentinel) {
+        Node *node = sentinel->*Previous;
+        unlink(node);
+        link_after(sentinel, node);
+        return node;
+    }
+
+  private:
+    static void link(Node *previous, Node *node, Node *next) {
+        node->*Previous = previous;
+        node->*Next = next;
+        previous->*Next = node;
+        next->*Previous = node;
+    }
+};
+
+/// A sentinel that consists of a node's leading links, as a node.
+template <class Node, class Sentinel>
+Node *as_node(Sentinel *sentinel) {
+    return reinterpret_cast<Node *>(sentinel);
+}
+
+} // namespace vorncore
