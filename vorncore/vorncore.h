@@ -4,4 +4,6 @@
 
 #include "vorncore/base/base.h"
 
+#include "vorncore/app/httpdate.h"
+
 #endif
