@@ -1,0 +1,67 @@
+#include "vorncore/app/httpdate.h"
+
+#include <time.h>
+
+#include <random>
+
+#include "support/harness.h"
+
+namespace {
+
+TEST(HttpDate, WhatIsReadAndWhatIsNot) {
+    constexpr int64_t seconds = 784111777, day = 86400;
+    const struct {
+        const char *text;
+        int64_t seconds;
+    } cases[] = {
+        {"Sun, 06 Nov 1994 08:49:37 GMT", seconds},
+        {"Sunday, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Sun Nov 06 08:49:37 1994", seconds},
+        {"Sun Nov 6 08:49:37 1994", seconds},
+        {"Sun Nov  6 08:49:37 1994", seconds - 160 * day}, // the blank counts as a digit
+        {"???, 06 Nov 1994 08:49:37 GMT", seconds},
+        {"Fr????, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Tuesday, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Thursday, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Saturday, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Wednesday, 06-Nov-94 08:49:37 GMT", seconds},
+        {"Sxnday, 06-Nov-94 08:49:37 GMT", -1},
+        {"sunday, 06-Nov-94 08:49:37 GMT", -1},
+        {"Sunday, 06-Nov-70 00:00:00 GMT", 309 * day},
+        {"Sunday, 06-Nov-69 08:49:37 GMT", -1},
+        {"Thu, 01 Jan 1970 00:00:00 GMT", 0},
+        {"Thu, 00 Jan 1970 00:00:00 GMT", -1},
+        {"Sun, 06 Nov 1994 08:49:37 UTC", -1},
+        {"Sun, 06 Nov 1994 08:49-37 GMT", -1},
+        {"Sun, 0: Nov 1994 08:49:37 GMT", seconds + 4 * day}, // ":" follows "9"
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(xp_parse_http_date(c.text), c.seconds) << c.text;
+        const std::string longer = c.text + std::string("x");
+        for (size_t length = 0; length <= longer.size(); length++) {
+            harness::guard_page other(longer.substr(0, length) + '\0');
+            EXPECT_TRUE(length + 1 == longer.size() || xp_parse_http_date(other.data()) == -1) << other.data();
+        }
+    }
+}
+
+TEST(HttpDate, AgreesWithTheCLibrary) {
+    const int64_t end = 253402300800; // the year 10000
+    const char *forms[] = {"%a, %d %b %Y %H:%M:%S GMT", "%A, %d-%b-%y %H:%M:%S GMT", "%a %b %d %H:%M:%S %Y"};
+    std::mt19937_64 random(1);
+    for (int64_t i = 0; i < 100'000; i++) {
+        const int64_t seconds = i < 40'000 ? i * 86400 - 1 : static_cast<int64_t>(random() % (2 * end)) - end / 4;
+        tm parts;
+        gmtime_r(&seconds, &parts);
+        char expected[64], made[30];
+        strftime(expected, sizeof expected, forms[i % 3], &parts);
+        if (seconds >= 0 && seconds < end && (i % 3 != 1 || parts.tm_year < 100)) {
+            ASSERT_EQ(xp_parse_http_date(expected), seconds) << expected;
+        }
+        snprintf(expected + strftime(expected, 13, "%a, %d %b ", &parts), 40, "%04d %02d:%02d:%02d GMT",
+                 parts.tm_year + 1900, parts.tm_hour, parts.tm_min, parts.tm_sec);
+        ASSERT_STREQ(xp_make_http_date(seconds, made), seconds < end ? expected : "");
+    }
+}
+
+} // namespace
