@@ -5,5 +5,6 @@
 #include "vorncore/base/base.h"
 
 #include "vorncore/io/io.h"
+#include "vorncore/io/socket.h"
 
 #endif
