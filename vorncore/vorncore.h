@@ -6,5 +6,6 @@
 
 #include "vorncore/io/io.h"
 #include "vorncore/app/httpdate.h"
+#include "vorncore/io/socket.h"
 
 #endif
