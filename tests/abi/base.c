@@ -71,4 +71,7 @@ void abi_base(void) {
     char *text = xp_sprintf("%'d%s", 1000, "!");
     CHECK(strcmp(text, "1,000!") == 0);
     free(text);
+    char text[16], encoded[48];
+    CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
+    CHECK(strcmp(xp_trim(text), "x") == 0);
 }

@@ -14,5 +14,6 @@
 #include "vorncore/base/list.h"
 
 #include "vorncore/base/chartype.h"
+#include "vorncore/base/strutil.h"
 
 #endif
