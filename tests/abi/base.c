@@ -48,30 +48,36 @@ AT(xp_datanode, data, 16);
 SIZE_IS(xp_datalistenum, 16);
 AT(xp_datalistenum, current, 8);
 
+/* One block a family, so that each has its own names. */
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
-
-    xp_array *array = xp_create_array(1, NULL, NULL);
-    xpar_add(array, "b");
-    xpar_insert(array, 0, "a");
-    CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
-    xp_destroy_array(array);
-
-    xp_list list;
-    xp_init_list(&list, NULL, NULL);
-    CHECK(xpls_add(&list, "a") == list.sentinel.first && list.sentinel.first->next == xpls_head(&list));
-    xp_close_list(&list);
-
-    xp_datalist *data = xp_create_datalist(2, NULL, NULL);
-    CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
-    xp_destroy_datalist(data);
-
+    {
+        xp_array *array = xp_create_array(1, NULL, NULL);
+        xpar_add(array, "b");
+        xpar_insert(array, 0, "a");
+        CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
+        xp_destroy_array(array);
+    }
+    {
+        xp_list list;
+        xp_init_list(&list, NULL, NULL);
+        CHECK(xpls_add(&list, "a") == list.sentinel.first && list.sentinel.first->next == xpls_head(&list));
+        xp_close_list(&list);
+    }
+    {
+        xp_datalist *data = xp_create_datalist(2, NULL, NULL);
+        CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
+        xp_destroy_datalist(data);
+    }
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
-
-    char *text = xp_sprintf("%'d%s", 1000, "!");
-    CHECK(strcmp(text, "1,000!") == 0);
-    free(text);
-    char text[16], encoded[48];
-    CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
-    CHECK(strcmp(xp_trim(text), "x") == 0);
+    {
+        char *text = xp_sprintf("%'d%s", 1000, "!");
+        CHECK(strcmp(text, "1,000!") == 0);
+        free(text);
+    }
+    {
+        char text[16], encoded[48];
+        CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
+        CHECK(strcmp(xp_trim(text), "x") == 0);
+    }
 }
