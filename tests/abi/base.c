@@ -49,6 +49,13 @@ SIZE_IS(xp_datalistenum, 16);
 AT(xp_datalistenum, current, 8);
 
 /* One block a family, so that each has its own names. */
+SIZE_IS(xp_membuf, 40);
+AT(xp_membuf, data, 0);
+AT(xp_membuf, capacity, 8);
+AT(xp_membuf, cursor, 16);
+AT(xp_membuf, initial_capacity, 24);
+AT(xp_membuf, max_length, 32);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     {
@@ -80,4 +87,14 @@ void abi_base(void) {
         CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
         CHECK(strcmp(xp_trim(text), "x") == 0);
     }
+
+    char *text = xp_sprintf("%'d%s", 1000, "!");
+    CHECK(strcmp(text, "1,000!") == 0);
+    free(text);
+    char trimmed[] = " x ", encoded[16];
+    CHECK(strcmp(xp_trim(trimmed), "x") == 0 && strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0);
+
+    xp_membuf *mb = xp_create_membuf(16);
+    CHECK(xpmb_add_str(mb, "x") && xpmb_printf(mb, "%d", 1) == 1 && strcmp(xpmb_tostr(mb), "x1") == 0);
+    xp_destroy_membuf(mb);
 }
