@@ -1,146 +1,26 @@
 #include "vorncore/base/format.h"
 
-#include <algorithm>
-#include <bit>
 #include <limits.h>
-#include <limits>
-#include <type_traits>
+
+#include <algorithm>
 
 #include "vorncore/base/internal/alloc.h"
+#include "vorncore/base/internal/directive.h"
+#include "vorncore/base/internal/number.h"
 #include "vorncore/base/internal/staging.h"
 
 using namespace vorncore;
 
 namespace {
 
-enum : uint8_t {
-    left_justify = 0x01,
-    always_sign = 0x02,
-    blank_sign = 0x04,
-    fill_zeros = 0x08,
-    alternate = 0x10,
-    group_digits = 0x20,
-    any_flag = 0x3F,
-    sized_conversion = 0x40, // may have a length before it
-    plain_conversion = 0x80,
-};
-
-/// What each byte means within a directive.
-struct byte_kinds {
-    uint8_t of[256] = {};
-    consteval byte_kinds() {
-        mark("-", left_justify), mark("+", always_sign), mark(" ", blank_sign);
-        mark("0", fill_zeros), mark("#", alternate), mark("'", group_digits);
-        mark("diuxXo", sized_conversion), mark("bpcs", plain_conversion);
-    }
-    consteval void mark(const char *bytes, uint8_t kind) {
-        for (; *bytes; bytes++) of[static_cast<unsigned char>(*bytes)] = kind;
-    }
-};
-constexpr byte_kinds kinds;
-
-uint8_t kind_of(char c) { return kinds.of[static_cast<unsigned char>(c)]; }
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-/// A directive is read to its end before an argument is fetched: one that turns out malformed takes none.
-struct directive {
-    enum source : uint8_t { absent, given, argument };
-
-    uint32_t width = 0;
-    uint32_t precision = 0;
-    source width_from = absent;
-    source precision_from = absent;
-    uint8_t flags = 0;
-    bool wide = false; // the argument has 64 bits
-    char conversion = 0;
-
-    bool left() const { return flags & left_justify; }
-    bool bare() const { return !(flags | width_from | precision_from); }
-
-    /// Reads what stands behind the "%"; returns where it ends, null when it is malformed.
-    const char *parse(const char *p) {
-        for (; kind_of(*p) & any_flag; p++) flags |= kind_of(*p);
-        if (*p == '*' || is_digit(*p)) p = parse_number(p, width, width_from);
-        if (*p == '.') {
-            precision_from = given;
-            p = parse_number(p + 1, precision, precision_from);
-        }
-        uint8_t allowed = sized_conversion | plain_conversion;
-        if (*p == 'l') {
-            p += p[1] == 'l' ? 2 : 1;
-            wide = true;
-            allowed = sized_conversion;
-        }
-        conversion = *p;
-        return kind_of(*p) & allowed ? p + 1 : nullptr;
-    }
-
-  private:
-    static const char *parse_number(const char *p, uint32_t &number, source &from) {
-        if (*p == '*') {
-            from = argument;
-            return p + 1;
-        }
-        for (; is_digit(*p); p++) {
-            const uint64_t longer = uint64_t{number} * 10 + static_cast<uint64_t>(*p - '0');
-            number = static_cast<uint32_t>(std::min<uint64_t>(longer, INT_MAX));
-            from = given;
-        }
-        return p;
-    }
-};
-
-struct digit_pairs {
-    char text[200];
-    consteval digit_pairs() : text() {
-        for (int i = 0; i < 100; i++)
-            text[2 * i] = static_cast<char>('0' + i / 10), text[2 * i + 1] = static_cast<char>('0' + i % 10);
-    }
-};
-constexpr digit_pairs pairs;
-
-/// Writes decimal digits so that they end before `end`; returns the first one.
-template <class Unsigned>
-char *write_decimal(char *end, Unsigned value) {
-    while (value >= 100) {
-        end -= 2;
-        memcpy(end, pairs.text + value % 100 * 2, 2);
-        value /= 100;
-    }
-    if (value >= 10) {
-        end -= 2;
-        memcpy(end, pairs.text + value * 2, 2);
-        return end;
-    }
-    *--end = static_cast<char>('0' + value);
-    return end;
-}
-
-/// The same with digits of `bits` bits.
-char *write_binary(char *end, uint64_t value, int bits, const char *alphabet) {
-    const uint64_t mask = (1u << bits) - 1;
-    do *--end = alphabet[value & mask];
-    while (value >>= bits);
-    return end;
-}
-
-/// The parts of a number, ready to be laid out.
-struct number {
-    static constexpr size_t max_digits = 32; // those of a "%b"
-
-    const char *prefix = "";
-    uint32_t prefix_length = 0;
-    uint32_t digit_count = 0;
-    char storage[max_digits]; // digits, at its end
-
-    char *end() { return storage + max_digits; }
-    const char *digits() const { return storage + max_digits - digit_count; }
-    void start_at(const char *first) { digit_count = static_cast<uint32_t>(storage + max_digits - first); }
-    void set_prefix(const char *text, uint32_t length) {
-        prefix = text;
-        prefix_length = length;
-    }
+/// Output known to fit into the area. An engine is the same for output that may not.
+struct fitting_output {
+    char *at;
+    bool put(char c) { return *at++ = c, true; }
+    bool copy(const char *bytes, size_t length) { return at = append(at, bytes, length), true; }
+    bool fill(char c, size_t length) { return at = append_run(at, c, length), true; }
+    bool prefix(const number &n) { return at = append_prefix(at, n), true; }
+    bool digits(const number &n) { return at = append_digits(at, n), true; }
 };
 
 class engine {
@@ -154,21 +34,41 @@ class engine {
 
     int run(const char *format) {
         for (;;) {
-            const char *percent = strchrnul(format, '%');
-            if (!copy(format, static_cast<size_t>(percent - format))) return -1;
-            if (!*percent) break;
-            format = percent + 1;
-            directive d;
-            const char *behind = d.parse(format);
-            if (behind ? !convert(d) : !put('%')) return -1;
-            if (behind)
-                format = behind;
-            else if (*format == '%')
-                format++;
+            format = run_simple(format);
+            if (!format) return -1;
+            if (!*format) break;
+            format = run_one(format);
+            if (!format) return -1;
         }
         target_->cursor = at_;
         filled_ += static_cast<uint64_t>(at_ - begin_);
         return static_cast<int>(std::min<uint64_t>(filled_, INT_MAX));
+    }
+
+    bool put(char c) {
+        while (at_ == end_)
+            if (!next_area()) return false;
+        *at_++ = c;
+        return true;
+    }
+
+    bool copy(const char *bytes, size_t length) {
+        return in_runs(length, [&](size_t run) {
+            at_ = append(at_, bytes, run);
+            bytes += run;
+        });
+    }
+
+    bool fill(char c, size_t length) {
+        return in_runs(length, [&](size_t run) { at_ = append_run(at_, c, run); });
+    }
+
+    bool prefix(const number &n) { return copy(n.prefix, n.prefix_length); }
+
+    bool digits(const number &n) {
+        char made[number::longest];
+        append_digits(made, n);
+        return copy(made, n.length);
     }
 
   private:
@@ -183,46 +83,73 @@ class engine {
         return true;
     }
 
-    bool put(char c) {
-        while (at_ == end_)
-            if (!next_area()) return false;
-        *at_++ = c;
-        return true;
-    }
-
-    bool copy(const char *bytes, size_t length) {
+    /// Has `length` bytes written by `write(run)` in as many runs as areas ask for.
+    template <class Write>
+    bool in_runs(size_t length, Write write) {
         while (length > room()) {
             const size_t run = room();
-            if (run) memcpy(at_, bytes, run);
-            at_ = end_;
-            bytes += run;
+            write(run);
             length -= run;
             if (!next_area()) return false;
         }
-        if (length) memcpy(at_, bytes, length); // an empty area may be null
-        at_ += length;
+        write(length);
         return true;
     }
 
-    bool fill(char c, uint64_t length) {
-        while (length > room()) {
-            const size_t run = room();
-            if (run) memset(at_, c, run);
-            at_ = end_;
-            length -= run;
-            if (!next_area()) return false;
+    static const char *find_percent(const char *text) {
+        for (int near = 0; near < 8; near++, text++) // between two directives there is little
+            if (*text == '%' || !*text) return text;
+        return strchrnul(text, '%');
+    }
+
+    /// The quick way for what most formats are made of: formats as long as there are only texts and directives of one
+    /// letter, and while the area has room to spare. Returns what is left of the format, null when newbuf refused.
+    const char *run_simple(const char *format) {
+        char *at = at_, *end = end_;
+        for (;;) {
+            const char *const percent = find_percent(format);
+            const auto length = static_cast<size_t>(percent - format);
+            if (length + number::longest > static_cast<size_t>(end - at)) break;
+            at = append(at, format, length);
+            format = percent;
+            if (!*format) break;
+            const char conversion = format[1];
+            if (conversion == 'd') {
+                const number n = number::of_signed(va_arg(arguments_, int), 0);
+                at = append_digits(append_prefix(at, n), n);
+            } else if (conversion == 'u' || conversion == 'x') {
+                at = append_digits(at, number::of_unsigned(va_arg(arguments_, unsigned), 0, conversion));
+            } else if (conversion == 's') {
+                const char *const text = text_argument();
+                at_ = at;
+                if (!copy(text, strlen(text))) return nullptr;
+                at = at_;
+                end = end_;
+            } else {
+                break;
+            }
+            format += 2;
         }
-        if (length) memset(at_, c, length);
-        at_ += length;
-        return true;
+        at_ = at;
+        return format;
     }
 
-    /// Writes through `body()` what is `length` bytes long, with blanks before or behind it.
-    template <class Body>
-    bool justify(const directive &d, uint64_t length, Body body) {
-        const uint64_t padding = d.width > length ? d.width - length : 0;
-        if (d.left()) return body() && fill(' ', padding);
-        return fill(' ', padding) && body();
+    /// Formats one run of text or one directive; returns what is behind it.
+    const char *run_one(const char *format) {
+        if (*format != '%') {
+            const char *const percent = find_percent(format);
+            return copy(format, static_cast<size_t>(percent - format)) ? percent : nullptr;
+        }
+        format++;
+        directive d;
+        if (const char *const behind = d.parse(format)) return convert(d) ? behind : nullptr;
+        if (!put('%')) return nullptr;
+        return *format == '%' ? format + 1 : format;
+    }
+
+    const char *text_argument() {
+        const char *const text = va_arg(arguments_, const char *);
+        return text ? text : "(null)";
     }
 
     uint32_t size_argument(bool &negative) {
@@ -240,100 +167,76 @@ class engine {
         // Kept: the sign of a precision is dropped.
         if (d.precision_from == directive::argument) d.precision = size_argument(negative);
         switch (d.conversion) {
-        case 's': return write_text(d, va_arg(arguments_, const char *));
+        case 's': return write_text(d, text_argument());
         case 'c': return write_byte(d, static_cast<char>(va_arg(arguments_, int)));
         case 'd':
         case 'i':
-            return d.wide ? write_signed(d, va_arg(arguments_, long long)) : write_signed(d, va_arg(arguments_, int));
-        case 'p': return write_pointer(d, va_arg(arguments_, void *));
+            return write_number(d, d.wide ? number::of_signed(va_arg(arguments_, long long), d.flags)
+                                          : number::of_signed(va_arg(arguments_, int), d.flags));
+        case 'p': return write_number(d, pointer_argument(d.flags));
         default:
-            if (d.wide) return write_unsigned(d, va_arg(arguments_, unsigned long long));
-            return write_unsigned(d, va_arg(arguments_, unsigned));
+            return write_number(
+                d, number::of_unsigned(d.wide ? va_arg(arguments_, unsigned long long) : va_arg(arguments_, unsigned),
+                                       d.flags, d.conversion));
         }
+    }
+
+    number pointer_argument(uint8_t flags) {
+        const void *const pointer = va_arg(arguments_, void *);
+        return pointer ? number::of_unsigned(reinterpret_cast<uintptr_t>(pointer), flags, 'x')
+                       : number::of_null_pointer();
+    }
+
+    /// Writes through `body(output)` what is `length` bytes long, with blanks before or behind it.
+    template <class Body>
+    bool justify(const directive &d, size_t length, Body body) {
+        const size_t padding = d.width > length ? d.width - length : 0;
+        const size_t before = d.left() ? 0 : padding, behind = padding - before;
+        if (length + padding > room()) return fill(' ', before) && body(*this) && fill(' ', behind);
+        fitting_output out{at_};
+        out.fill(' ', before);
+        body(out);
+        out.fill(' ', behind);
+        at_ = out.at;
+        return true;
     }
 
     bool write_text(const directive &d, const char *text) {
-        if (!text) text = "(null)";
         const size_t length = d.precision_from ? strnlen(text, d.precision) : strlen(text);
-        return justify(d, length, [=, this] { return copy(text, length); });
+        return justify(d, length, [=](auto &out) { return out.copy(text, length); });
     }
 
     bool write_byte(const directive &d, char byte) {
-        return justify(d, 1, [=, this] { return put(byte); });
-    }
-
-    template <class Signed>
-    bool write_signed(const directive &d, Signed value) {
-        using Unsigned = std::make_unsigned_t<Signed>;
-        number n;
-        if (value < 0)
-            n.set_prefix("-", 1);
-        else if (d.flags & always_sign)
-            n.set_prefix("+", 1);
-        else if (d.flags & blank_sign)
-            n.set_prefix(" ", 1);
-        // Kept: the most negative value has no digits.
-        if (value != std::numeric_limits<Signed>::min()) {
-            const auto magnitude = static_cast<Unsigned>(value < 0 ? -value : value);
-            n.start_at(write_decimal(n.end(), magnitude));
-        }
-        return write_number(d, n);
-    }
-
-    template <class Unsigned>
-    bool write_unsigned(const directive &d, Unsigned value) {
-        number n;
-        const bool prefixed = d.flags & alternate && value != 0;
-        switch (d.conversion) {
-        case 'u': n.start_at(write_decimal(n.end(), value)); break;
-        case 'b': n.start_at(write_binary(n.end(), value, 1, "01")); break;
-        case 'o':
-            n.start_at(write_binary(n.end(), value, 3, "01234567"));
-            if (prefixed) n.set_prefix("0", 1);
-            break;
-        case 'X':
-            n.start_at(write_binary(n.end(), value, 4, "0123456789ABCDEF"));
-            if (prefixed) n.set_prefix("0X", 2);
-            break;
-        default:
-            n.start_at(write_binary(n.end(), value, 4, "0123456789abcdef"));
-            if (prefixed) n.set_prefix("0x", 2);
-        }
-        return write_number(d, n);
-    }
-
-    bool write_pointer(const directive &d, const void *pointer) {
-        if (pointer) return write_unsigned(d, static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(pointer)));
-        // Kept: the text of a null pointer comes out in reverse.
-        number n;
-        n.start_at(n.end() - 5);
-        memcpy(n.end() - 5, ")lin(", 5);
-        return write_number(d, n);
+        return justify(d, 1, [=](auto &out) { return out.put(byte); });
     }
 
     bool write_number(const directive &d, const number &n) {
-        if (d.bare()) return copy(n.prefix, n.prefix_length) && copy(n.digits(), n.digit_count);
-        uint64_t zeros = d.precision > n.digit_count ? d.precision - n.digit_count : 0;
+        size_t zeros = d.precision > n.length ? d.precision - n.length : 0;
         if (d.flags & group_digits) {
             if (d.conversion == 'b') return write_grouped(d, n, zeros, 4, ' ');
             if (d.conversion == 'd' || d.conversion == 'i' || d.conversion == 'u')
                 return write_grouped(d, n, zeros, 3, ',');
         }
-        const uint64_t length = n.prefix_length + zeros + n.digit_count;
+        const size_t length = n.prefix_length + zeros + n.length;
         if (d.flags & fill_zeros && !d.left() && !d.precision_from && d.width > length) zeros = d.width - length;
-        return justify(d, n.prefix_length + zeros + n.digit_count, [&, this] {
-            return copy(n.prefix, n.prefix_length) && fill('0', zeros) && copy(n.digits(), n.digit_count);
-        });
+        return justify(d, n.prefix_length + zeros + n.length,
+                       [&](auto &out) { return out.prefix(n) && out.fill('0', zeros) && out.digits(n); });
     }
 
-    bool write_grouped(const directive &d, const number &n, uint64_t zeros, uint32_t group, char separator) {
-        const uint64_t digits = zeros + n.digit_count;
-        const uint64_t separators = digits ? (digits - 1) / group : 0;
-        return justify(d, n.prefix_length + digits + separators, [&, this] {
-            if (!copy(n.prefix, n.prefix_length)) return false;
-            for (uint64_t left = digits; left; left--) { // digits not written yet
-                if (left != digits && left % group == 0 && !put(separator)) return false;
-                if (!put(left > n.digit_count ? '0' : n.digits()[n.digit_count - left])) return false;
+    bool write_grouped(const directive &d, const number &n, size_t zeros, size_t group, char separator) {
+        char made[number::longest];
+        append_digits(made, n);
+        const size_t count = zeros + n.length;
+        const size_t separators = count ? (count - 1) / group : 0;
+        return justify(d, n.prefix_length + count + separators, [&](auto &out) {
+            if (!out.prefix(n)) return false;
+            size_t until_separator = count - separators * group;
+            for (size_t i = 0; i < count; i++, until_separator--) {
+                if (!until_separator) {
+                    if (!out.put(separator)) return false;
+                    until_separator = group;
+                }
+                if (!out.put(i < zeros ? '0' : made[i - zeros])) return false;
             }
             return true;
         });
