@@ -26,21 +26,11 @@ std::string random_bytes(size_t length) {
     return bytes;
 }
 
-/// What has arrived at end 0, or the name of the code that tells why nothing has.
+/// What has arrived at an end, or the name of the code that tells why nothing has.
 std::string arrived(const channel &c, int end = 0) {
     char bytes[4096];
     const int got = xp_read_timeout(c[end], bytes, sizeof bytes, 0);
     return got < 0 ? xp_ioerror_str(got) : std::string(bytes, static_cast<size_t>(got));
-}
-
-/// d: 9 bytes are sent; w: the writer closes; r: the reader closes; f: no room is left.
-void prepare(const char *script, channel &in, channel &out) {
-    for (; *script; script++) {
-        if (*script == 'd') in.with("abcdefghi");
-        if (*script == 'w') in.drop(1);
-        if (*script == 'r') out.drop(0);
-        if (*script == 'f') out.fill();
-    }
 }
 
 /// Notes what it sees, and leaves every byte `times` times, in place.
@@ -66,48 +56,44 @@ class Io : public testing::Test { // ignores SIGPIPE, which pipes raise
 } // namespace
 
 TEST_F(Io, NamesOfCodes) {
-    const char *const names[] = {"EOF",      "CONNECTTIMEOUT", "WRITETIMEOUT", "READTIMEOUT", "TIMEOUT",   "SOCKET",
-                                 "BIND",     "CONNECT",        "WRITE",        "READ",        "SOCKETOPT", "POLL",
-                                 "FCNTL",    "RESOLVE",        "OVERFLOW",     "POLLERR",     "HUP",       "SELECT",
-                                 "SELECTERR"};
-    int code = -999;
-    for (const char *name : names) EXPECT_EQ(xp_ioerror_str(code++), std::string("IOERROR_") + name);
-    EXPECT_EQ(code, IOERROR_SELECTERR + 1);
+    std::string names;
+    for (int code = IOERROR_EOF; code <= IOERROR_SELECTERR; code++) names += xp_ioerror_str(code) + 7;
+    EXPECT_EQ(names,
+              "_EOF_CONNECTTIMEOUT_WRITETIMEOUT_READTIMEOUT_TIMEOUT_SOCKET_BIND_CONNECT_WRITE_READ_SOCKETOPT_POLL"
+              "_FCNTL_RESOLVE_OVERFLOW_POLLERR_HUP_SELECT_SELECTERR");
     for (const int other : {-1000, -980, 0, 1, INT_MIN}) EXPECT_STREQ(xp_ioerror_str(other), "NETERR_UNKNOWN");
 }
 
 TEST_F(Io, OneReadOrWriteTellsWhatItMet) {
     const struct {
-        const char *name;
+        const char *name, *script;
         channel::kind kind;
-        const char *script;
-        bool write;
+        char call;
         int end; // of the channel, or a descriptor when it is larger
         int timeout, expected;
     } cases[] = {
-        {"silent", sockets, "", false, 0, 0, IOERROR_READTIMEOUT},
-        {"data", sockets, "d", false, 0, 0, 9},
-        {"peer closed", sockets, "w", false, 0, 0, IOERROR_EOF},
-        {"hang-up alone", pipes, "w", false, 0, 0, IOERROR_HUP},
-        {"hang-up, no wait", pipes, "w", false, 0, -1, IOERROR_EOF},
-        {"data with hang-up", pipes, "dw", false, 0, 0, 9},
-        {"read of an output", pipes, "", false, 1, -1, IOERROR_READ},
-        {"read, not open", pipes, "", false, not_open, 0, IOERROR_POLLERR},
-        {"room", pipes, "", true, 1, 0, 1},
-        {"full", pipes, "f", true, 1, 0, IOERROR_WRITETIMEOUT},
-        {"pipe without reader", pipes, "r", true, 1, 0, IOERROR_WRITE},
-        {"socket without reader", sockets, "r", true, 1, -1, IOERROR_WRITE},
-        {"write, not open", pipes, "", true, not_open, 0, IOERROR_POLLERR},
-        {"write, not open, no wait", pipes, "", true, not_open, -1, IOERROR_WRITE},
+        {"silent", "", sockets, 'r', 0, 0, IOERROR_READTIMEOUT},
+        {"data", "d", sockets, 'r', 0, 0, 9},
+        {"peer closed", "1", sockets, 'r', 0, 0, IOERROR_EOF},
+        {"hang-up alone", "1", pipes, 'r', 0, 0, IOERROR_HUP},
+        {"hang-up, no wait", "1", pipes, 'r', 0, -1, IOERROR_EOF},
+        {"data with hang-up", "d1", pipes, 'r', 0, 0, 9},
+        {"read of an output", "", pipes, 'r', 1, -1, IOERROR_READ},
+        {"read, not open", "", pipes, 'r', not_open, 0, IOERROR_POLLERR},
+        {"room", "", pipes, 'w', 1, 0, 9},
+        {"full", "f", pipes, 'w', 1, 0, IOERROR_WRITETIMEOUT},
+        {"pipe without reader", "0", pipes, 'w', 1, 0, IOERROR_WRITE},
+        {"socket without reader", "0", sockets, 'w', 1, -1, IOERROR_WRITE},
+        {"write, not open", "", pipes, 'w', not_open, 0, IOERROR_POLLERR},
+        {"write, not open, no wait", "", pipes, 'w', not_open, -1, IOERROR_WRITE},
     };
     for (const auto &row : cases) {
         channel c(row.kind);
-        prepare(row.script, c, c);
-        char bytes[16];
+        c.play(row.script);
+        char bytes[9] = "abcdefgh";
         const int fd = row.end < 2 ? c[row.end] : row.end;
-        const int got =
-            row.write ? xp_write_timeout(fd, "a", 1, row.timeout) : xp_read_timeout(fd, bytes, 16, row.timeout);
-        EXPECT_EQ(got, row.expected) << row.name;
+        const auto run = [&](auto call) { return call(fd, bytes, 9, row.timeout); };
+        EXPECT_EQ(row.call == 'r' ? run(xp_read_timeout) : run(xp_write_timeout), row.expected) << row.name;
     }
     EXPECT_EQ(xp_write_timeout(not_open, "a", -1, -1), IOERROR_WRITE);
     EXPECT_EQ(errno, EINVAL);
@@ -120,6 +106,7 @@ TEST_F(Io, LostPeerOfASocketRaisesNoSignal) {
     EXPECT_EQ(xp_sigsafe_write(c[1], "a", 1), -1);
     EXPECT_EQ(errno, EPIPE);
     EXPECT_EQ(xp_write_str(c[1], "a", 0), IOERROR_WRITE);
+    EXPECT_EQ(xp_fdprintf(c[1], 0, "a"), -1);
 }
 
 TEST_F(Io, InterruptionsFailUnlessSigsafe) {
@@ -162,8 +149,8 @@ TEST_F(Io, LoopsMoveEverything) {
     }
     EXPECT_EQ(got, sent);
     EXPECT_EQ(xp_read_all(not_open, got.data(), 0, 0) + xp_write_str(not_open, "", 0), 0);
-    c.with("abc").drop(1);
-    EXPECT_EQ(xp_read_all(c[0], got.data(), 4, 1000), IOERROR_EOF);
+    c.play("d1");
+    EXPECT_EQ(xp_read_all(c[0], got.data(), 10, 1000), IOERROR_EOF);
 }
 
 TEST_F(Io, TransferWithAnyBufferSize) {
@@ -174,7 +161,7 @@ TEST_F(Io, TransferWithAnyBufferSize) {
     for (const auto &row : cases) {
         SCOPED_TRACE(row.size);
         const setting tuned(xp_io_buffer_size, row.size);
-        channel files(memfd_create("in", 0), memfd_create("out", 0));
+        const channel files(memfd_create("in", 0), memfd_create("out", 0));
         EXPECT_EQ(pwrite(files[0], bytes.data(), bytes.size(), 0), 20'000);
         int64_t total = -1;
         const fault_io count(call::read, INT_MAX, EIO);
@@ -216,36 +203,60 @@ TEST_F(Io, RelayMovesEightBytesAtATime) {
 
 TEST_F(Io, RelayEnds) {
     const struct {
-        const char *name;
+        const char *name, *in, *out; // what happened at the input and the output of one direction
         channel::kind kind;
-        const char *script;
         call failing;
         int nth, expected;
-        const char *seen, *passed_on;
+        const char *seen;
     } cases[] = {
-        {"closed", sockets, "w", call::poll, 0, IOERROR_EOF, "", "IOERROR_READTIMEOUT"},
-        {"hang-up alone", pipes, "w", call::poll, 0, IOERROR_HUP, "", "IOERROR_READTIMEOUT"},
-        {"hang-up with data", pipes, "dw", call::poll, 0, IOERROR_HUP, "8> ", "IOERROR_READTIMEOUT"},
-        {"reader gone", pipes, "dr", call::poll, 0, IOERROR_WRITE, "8> ", nullptr},
-        {"wait fails", pipes, "d", call::poll, 1, IOERROR_POLL, "", "IOERROR_READTIMEOUT"},
-        {"read fails", pipes, "d", call::read, 1, IOERROR_READ, "", "IOERROR_READTIMEOUT"},
-        {"stuck: polls on and on", pipes, "df", call::poll, 50, IOERROR_POLL, "8> ", nullptr},
+        {"closed", "1", "", sockets, call::poll, 0, IOERROR_EOF, ""},
+        {"hang-up alone", "1", "", pipes, call::poll, 0, IOERROR_HUP, ""},
+        {"hang-up with data", "d1", "", pipes, call::write, 1, IOERROR_HUP, "8> "}, // and no write
+        {"reader gone", "d", "0", pipes, call::poll, 0, IOERROR_WRITE, "8> "},
+        {"wait fails", "d", "", pipes, call::poll, 1, IOERROR_POLL, ""},
+        {"read fails", "d", "", pipes, call::read, 1, IOERROR_READ, ""},
+        {"stuck: polls on and on", "d", "f", pipes, call::poll, 50, IOERROR_POLL, "8> "},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(row.name);
         channel in(row.kind), out(pipes), idle(pipes);
-        prepare(row.script, in, out);
+        in.play(row.in);
+        out.play(row.out);
         repeater filter;
-        {
-            const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
-            EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected);
-            EXPECT_EQ(fault.fired(), row.nth != 0);
-        }
+        const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
+        EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected);
+        EXPECT_EQ(fault.fired(), row.nth && row.failing != call::write);
         EXPECT_EQ(filter.seen, row.seen);
-        if (row.passed_on) {
-            EXPECT_EQ(arrived(out), row.passed_on);
-        }
     }
-    channel idle(pipes);
+    const channel idle(pipes);
     EXPECT_EQ(xp_bitransfer_ex(not_open, idle[1], idle[0], idle[1], 0, nullptr), IOERROR_POLLERR);
+}
+
+TEST_F(Io, FormattedOutputGoesOutInAreas) {
+    const struct {
+        int length, waits, writes; // one wait for each full area, and one write more for a rest
+    } cases[] = {{0, 0, 0}, {1, 0, 1}, {8191, 0, 1}, {8192, 1, 1}, {8193, 1, 2}, {16384, 2, 2}};
+    for (const auto &row : cases)
+        for (const call counted : {call::poll, call::write}) {
+            const owned file(memfd_create("out", 0));
+            const fault_io count(counted, INT_MAX, EIO);
+            EXPECT_EQ(xp_fdprintf(file.fd, 1000, "%*s", row.length, ""), row.length);
+            EXPECT_EQ(count.calls(), counted == call::poll ? row.waits : row.writes) << row.length;
+            EXPECT_EQ(lseek(file.fd, 0, SEEK_CUR), row.length);
+        }
+    const setting tuned(xp_io_sigsafe, 1);
+    channel c(pipes);
+    {
+        const fault_io last_write(call::write, 1, EINTR);
+        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), -1);
+        EXPECT_EQ(last_write.calls(), 1);
+    }
+    {
+        const fault_io short_write(call::write, 1, 0);
+        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), 3);
+    }
+    EXPECT_EQ(arrived(c), "a");
+    c.fill();
+    EXPECT_EQ(xp_fdprintf(c[1], 0, "%8192s", ""), IOERROR_WRITETIMEOUT);
+    EXPECT_EQ(xp_fdprintf(c[1], 0, "%8193s", ""), IOERROR_WRITETIMEOUT);
 }

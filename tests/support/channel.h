@@ -40,13 +40,32 @@ struct channel {
         return *this;
     }
     /// Leaves no room for another byte at end 1.
-    void fill() {
+    channel &fill() {
         const int flags = fcntl(ends[1], F_GETFL);
         fcntl(ends[1], F_SETFL, flags | O_NONBLOCK);
         while (write(ends[1], "x", 1) == 1) {
         }
         fcntl(ends[1], F_SETFL, flags);
+        return *this;
     }
+    /// Steps of a table's row: d sends "abcdefgh!", u leaves a byte unread at end 1, f fills, 0 and 1 close that end.
+    channel &play(std::string_view script) {
+        for (const char step : script) {
+            if (step == 'u' && write(ends[0], "u", 1) != 1) ADD_FAILURE();
+            if (step == 'd') with("abcdefgh!");
+            if (step == 'f') fill();
+            if (step == '0' || step == '1') drop(step - '0');
+        }
+        return *this;
+    }
+};
+
+/// A descriptor, closed at the end.
+struct owned {
+    int fd;
+    explicit owned(int descriptor) : fd(descriptor) { EXPECT_GE(fd, 0); }
+    ~owned() { close(fd); }
+    owned(const owned &) = delete;
 };
 
 struct setting {

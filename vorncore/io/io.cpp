@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "vorncore/base/internal/staging.h"
 #include "vorncore/io/internal/syscall.h"
 
 using namespace vorncore;
@@ -34,6 +35,13 @@ int wait_until(short event, int descriptor, int timeout, int timeout_code) {
     if (entry.revents & POLLHUP) return IOERROR_HUP;
     return entry.revents & (POLLERR | POLLNVAL) ? IOERROR_POLLERR : IOERROR_POLL;
 }
+
+/// Where formatted output goes, and how the last full area fared.
+struct formatted_to {
+    int descriptor, timeout;
+    int64_t result = 0;
+};
+using descriptor_staging = staging<8192, formatted_to>;
 
 /// What one time-limited call is asked to move of a count that may not fit an int.
 int one_piece(int64_t left) { return static_cast<int>(std::min<int64_t>(left, INT_MAX)); }
@@ -94,4 +102,26 @@ int64_t xp_read_all(int descriptor, void *buffer, int64_t length, int timeout) {
 
 int64_t xp_write_str(int descriptor, const char *text, int timeout) {
     return xp_write_all(descriptor, text, static_cast<int64_t>(strlen(text)), timeout);
+}
+
+static int32_t __fdout_newbuf__(xp_fmt_target *target) {
+    auto &[descriptor, timeout, result] = static_cast<descriptor_staging *>(target)->device;
+    result = xp_write_all(descriptor, target->begin, descriptor_staging::size, timeout);
+    return result > 0;
+}
+
+int xp_vfdprintf(int descriptor, int timeout, const char *format, va_list arguments) {
+    descriptor_staging out({descriptor, timeout}, __fdout_newbuf__);
+    const int count = out.format(format, arguments, [](const descriptor_staging &staged, uint32_t length) {
+        return plain_write(staged.device.descriptor, staged.area, length) >= 0;
+    });
+    return out.device.result < 0 ? static_cast<int>(out.device.result) : count;
+}
+
+int xp_fdprintf(int descriptor, int timeout, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int count = xp_vfdprintf(descriptor, timeout, format, arguments);
+    va_end(arguments);
+    return count;
 }
