@@ -57,6 +57,9 @@ int __real_connect(int, const struct sockaddr *, socklen_t);
 int __real_bind(int, const struct sockaddr *, socklen_t);
 int __real_fcntl(int, int, ...);
 int __real_getsockopt(int, int, int, void *, socklen_t *);
+int __real_setsockopt(int, int, int, const void *, socklen_t);
+int __real_accept4(int, struct sockaddr *, socklen_t *, int);
+int __real_close(int);
 
 ssize_t __wrap_read(int fd, void *buffer, size_t length) {
     return transfer(call::read, length, [=](size_t n) { return __real_read(fd, buffer, n); });
@@ -92,6 +95,16 @@ int __wrap_fcntl(int fd, int command, ...) {
 }
 int __wrap_getsockopt(int fd, int level, int option, void *value, socklen_t *length) {
     return fails(call::getsockopt) ? -1 : __real_getsockopt(fd, level, option, value, length);
+}
+int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length) {
+    return fails(call::setsockopt) ? -1 : __real_setsockopt(fd, level, option, value, length);
+}
+int __wrap_accept4(int fd, struct sockaddr *address, socklen_t *length, int flags) {
+    return fails(call::accept) ? -1 : __real_accept4(fd, address, length, flags);
+}
+int __wrap_close(int fd) {
+    const int result = __real_close(fd);
+    return fails(call::close) ? -1 : result;
 }
 }
 

@@ -3,10 +3,10 @@
 
 namespace harness {
 
-enum class call { read, write, recv, send, poll, socket, connect, bind, fcntl, getsockopt };
+enum class call { read, write, recv, send, poll, socket, connect, bind, fcntl, getsockopt, setsockopt, accept, close };
 
 /// While it lives, the nth call (0: every call) of one kind that this thread makes, from now on, fails with `error`;
-/// with error 0 a read or write moves at most one byte instead. One fault at a time a thread.
+/// with error 0 a read or write moves at most one byte instead. A failing close closes. One fault at a time a thread.
 class fault_io {
   public:
     fault_io(call which, int nth, int error);
