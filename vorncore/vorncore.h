@@ -4,8 +4,14 @@
 
 #include "vorncore/base/base.h"
 
+#include "vorncore/io/counter.h"
+#include "vorncore/io/fdlimit.h"
+#include "vorncore/io/file.h"
 #include "vorncore/io/io.h"
-#include "vorncore/app/httpdate.h"
+#include "vorncore/io/rand.h"
 #include "vorncore/io/socket.h"
+#include "vorncore/io/timeutil.h"
+
+#include "vorncore/app/httpdate.h"
 
 #endif

@@ -4,9 +4,39 @@
 
 #include "vorncore/vorncore.h"
 
+SIZE_IS(xp_interlocked_counter, 48);
+AT(xp_interlocked_counter, value, 40);
+SIZE_IS(xp_acounter_snapshot, 8);
+AT(xp_acounter_snapshot, count, 4);
+SIZE_IS(xp_interlocked_accumulation_counter, 48);
+AT(xp_interlocked_accumulation_counter, count, 4);
+AT(xp_interlocked_accumulation_counter, mutex, 8);
+SIZE_IS(xp_average, 8);
+AT(xp_average, count, 4);
+SIZE_IS(xp_reference_counter, 64);
+AT(xp_reference_counter, destroy, 8);
+AT(xp_reference_counter, references, 16);
+
+SIZE_IS(xp_random, 32);
+AT(xp_random, clock, 4);
+AT(xp_random, state, 8);
+
+SIZE_IS(xp_iofilter, 8);
+
 void abi_io(void) {
     CHECK(strcmp(xp_ioerror_str(IOERROR_SELECTERR), "IOERROR_SELECTERR") == 0 && IOERROR_SELECTERR == -981);
-
-    char text[16];
-    CHECK(strcmp(xp_inet_ntoa(xp_inet_addr(10, 0, 0, 255), text), "10.0.0.255") == 0 && XP_INADDR_ANY == 0);
+    {
+        char text[16];
+        CHECK(strcmp(xp_inet_ntoa(xp_inet_addr(10, 0, 0, 255), text), "10.0.0.255") == 0 && XP_INADDR_ANY == 0);
+    }
+    {
+        xp_reference_counter *counter = xp_create_reference_counter(NULL, NULL);
+        CHECK(xprc_release(xprc_addref(counter)) == 1 && xprc_release(counter) == 0);
+    }
+    {
+        xp_random generator;
+        xp_rand32_init(&generator, 1);
+        CHECK(generator.seed == 1 && xp_time_ms() - generator.clock < 60000);
+    }
+    CHECK(xp_file_set_flag(-1, 1) == 0 && xp_set_fdlimit(-1) == 0);
 }

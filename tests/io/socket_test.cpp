@@ -106,11 +106,7 @@ TEST(Socket, FailuresLeaveTheirReasonAndNoSocket) {
 }
 
 TEST(Socket, RefusedConnectionKeepsErrnoOverClose) {
-    int port;
-    {
-        const owned gone(xp_bind_tcp(loopback, 0, 0));
-        port = port_of(gone.fd);
-    }
+    const int port = port_of(owned(xp_bind_tcp(loopback, 0, 0)).fd); // nobody's again
     for (const int timeout : {-1, 0, 1000}) {
         const fault_io fault(call::close, 1, EIO);
         EXPECT_EQ(xp_connect_tcp("127.0.0.1", port, timeout), IOERROR_CONNECT);
@@ -213,36 +209,33 @@ TEST(Socket, StateOfAConnection) {
 }
 
 TEST(Socket, OptionsInOrderUpToTheFirstFailure) {
-    const auto all = [](int fd) {
-        return std::vector<int>{option(fd, SOL_SOCKET, SO_REUSEADDR), option(fd, SOL_SOCKET, SO_LINGER),
-                                option(fd, IPPROTO_TCP, TCP_NODELAY)};
+    const owned tcp(xp_bind_tcp(loopback, 0, 0));
+    const auto options = [&] {
+        return std::vector<int>{option(tcp.fd, SOL_SOCKET, SO_REUSEADDR), option(tcp.fd, SOL_SOCKET, SO_LINGER),
+                                option(tcp.fd, IPPROTO_TCP, TCP_NODELAY)};
     };
-    const std::vector<int> expected[] = {{}, {0, 0, 0}, {1, 0, 0}, {1, 1000, 0}};
+    const std::vector<int> after_failure[] = {{}, {0, 0, 0}, {1, 0, 0}, {1, 1000, 0}};
     for (int nth = 1; nth <= 3; nth++) {
-        const owned tcp(xp_bind_tcp(loopback, 0, 0));
         const fault_io fault(call::setsockopt, nth, EINVAL);
         EXPECT_EQ(xp_set_sock_opt(tcp.fd, 15, 1), 0);
-        EXPECT_EQ(all(tcp.fd), expected[nth]);
+        EXPECT_EQ(options(), after_failure[nth]);
         EXPECT_EQ(fault.calls(), nth);
     }
-    const owned tcp(xp_bind_tcp(loopback, 0, 0));
     EXPECT_EQ(xp_set_sock_opt(tcp.fd, 13, 4), 1);
-    EXPECT_EQ(all(tcp.fd), (std::vector<int>{1, 1000, 1}));
+    EXPECT_EQ(options(), (std::vector<int>{1, 1000, 1}));
     EXPECT_EQ(xp_set_sock_opt(tcp.fd, 13, 0), 1);
-    EXPECT_EQ(all(tcp.fd), expected[1]);
+    EXPECT_EQ(options(), after_failure[1]);
     EXPECT_EQ(xp_set_sock_recv_buf(tcp.fd, 10'000) + xp_set_sock_send_buf(tcp.fd, 20'000), 2);
     EXPECT_EQ(option(tcp.fd, SOL_SOCKET, SO_RCVBUF), 20'000);
     EXPECT_EQ(option(tcp.fd, SOL_SOCKET, SO_SNDBUF), 40'000);
-    EXPECT_EQ(xp_set_sock_recv_buf(not_open, 1) + xp_set_sock_send_buf(not_open, 1) + xp_set_sock_opt(not_open, 1, 1),
-              0);
+    EXPECT_EQ(xp_set_sock_recv_buf(not_open, 1) + xp_set_sock_send_buf(not_open, 1), 0);
 }
 
 TEST(Socket, AddressTextAgreesWithThePlatform) {
     std::mt19937 random(1);
     for (int i = 0; i < 1000; i++) {
-        const uint32_t address = i ? static_cast<uint32_t>(random()) : xp_inet_addr(10, 0, 0, 255);
+        const auto address = static_cast<uint32_t>(random());
         char ours[16], theirs[16];
-        EXPECT_EQ(xp_inet_ntoa(address, ours), ours);
-        EXPECT_STREQ(ours, inet_ntop(AF_INET, &address, theirs, sizeof theirs));
+        EXPECT_STREQ(xp_inet_ntoa(address, ours), inet_ntop(AF_INET, &address, theirs, sizeof theirs));
     }
 }

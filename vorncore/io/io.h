@@ -114,10 +114,10 @@ int64_t xp_transfer_all(int input, int output, int64_t count, int timeout, xp_io
  * the other descriptors keeps the loop turning, so that the time-out does not run. */
 int xp_bitransfer_ex(int first_in, int first_out, int second_in, int second_out, int timeout, xp_iofilter *filter);
 
-/* Formatted output (base/format.h) through 8192 bytes of the caller's stack. Each full area is written with xp_write_all
- * and the time-out. What is left at the end, less than an area, goes out with one write that does not wait and is not
- * repeated; kept for callers: one that takes only part of it counts as done. The number of characters formatted; the
- * code of a full area that could not be written; -1 when the last write failed. */
+/* Formatted output (base/format.h) through 8192 bytes of the caller's stack. Each full area is written with
+ * xp_write_all and the time-out. What is left at the end, less than an area, goes out with one write that does not wait
+ * and is not repeated; kept for callers: one that takes only part of it counts as done. The number of characters
+ * formatted; the code of a full area that could not be written; -1 when the last write failed. */
 int xp_fdprintf(int descriptor, int timeout, const char *format, ...);
 int xp_vfdprintf(int descriptor, int timeout, const char *format, va_list arguments);
 
