@@ -25,8 +25,8 @@
  *   - a null pointer under p prints ")lin(", any other its bare digits, with # a 0x before them;
  *   - the prefix 0 of "%#o" is no digit for the precision, 0 has no prefix and prints "0" even with precision 0;
  *   - grouped digits fill up with blanks although the 0 flag is set, and the zeros of a precision are grouped too.
- * A null text prints "(null)", cut to the precision like any other. Widths and precisions that no int holds count as
- * INT_MAX, and so does the count of an output that is longer.
+ * A null text prints "(null)", cut to the precision like any other. Digits of a width or precision that no int holds
+ * count as INT_MAX, and so does an output of more bytes.
  *
  * Threads: there is no state but the target's. */
 #ifndef VORNCORE_BASE_FORMAT_H
