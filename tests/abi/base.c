@@ -97,4 +97,6 @@ void abi_base(void) {
     xp_membuf *mb = xp_create_membuf(16);
     CHECK(xpmb_add_str(mb, "x") && xpmb_printf(mb, "%d", 1) == 1 && strcmp(xpmb_tostr(mb), "x1") == 0);
     xp_destroy_membuf(mb);
+
+    CHECK(strcmp(xp_base64_encode("ab", encoded), "YWI=") == 0);
 }

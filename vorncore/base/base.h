@@ -14,6 +14,7 @@
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/list.h"
 
+#include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/strutil.h"
 
