@@ -13,6 +13,9 @@
 #include "vorncore/base/array.h"
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/list.h"
+#include "vorncore/base/ptrbag.h"
+#include "vorncore/base/queue.h"
+#include "vorncore/base/stack.h"
 
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/strutil.h"
