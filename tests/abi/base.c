@@ -72,6 +72,12 @@ AT(xp_cirqueue, get, 12);
 AT(xp_cirqueue, size, 16);
 AT(xp_cirqueue, state, 20);
 
+SIZE_IS(xp_resentry, 16);
+AT(xp_resentry, value, 8);
+SIZE_IS(xp_respool, 16);
+AT(xp_respool, capacity, 4);
+AT(xp_respool, entries, 8);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     {
@@ -127,5 +133,10 @@ void abi_base(void) {
         xp_array *stack = xp_create_array(1, NULL, NULL);
         CHECK(xpst_pop(stack, NULL) == 0);
         xp_destroy_array(stack);
+    }
+    {
+        xp_respool *pool = xp_create_respool();
+        CHECK(strcmp(xprp_strcat_v(pool, "a", "b", (char *)NULL), "ab") == 0 && xprp_last_index(pool) == 0);
+        xp_destroy_respool(pool);
     }
 }
