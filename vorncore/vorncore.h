@@ -13,5 +13,6 @@
 #include "vorncore/io/timeutil.h"
 
 #include "vorncore/app/httpdate.h"
+#include "vorncore/app/rputil.h"
 
 #endif

@@ -4,7 +4,16 @@
 
 #include "vorncore/vorncore.h"
 
+SIZE_IS(xp_filedata, 16);
+AT(xp_filedata, length, 8);
+
 void abi_app(void) {
     char date[30];
     CHECK(strcmp(xp_make_http_date(0, date), "Thu, 01 Jan 1970 00:00:00 GMT") == 0 && xp_parse_http_date(date) == 0);
+    {
+        xp_respool pool;
+        xp_init_respool(&pool);
+        CHECK(xprp_fopen(&pool, "/", "w") == NULL && pool.count == 0);
+        xp_close_respool(&pool);
+    }
 }

@@ -56,6 +56,28 @@ AT(xp_membuf, cursor, 16);
 AT(xp_membuf, initial_capacity, 24);
 AT(xp_membuf, max_length, 32);
 
+SIZE_IS(xp_ptrbag, 48);
+AT(xp_ptrbag, capacity, 8);
+AT(xp_ptrbag, count, 12);
+AT(xp_ptrbag, used, 16);
+AT(xp_ptrbag, free_head, 24);
+AT(xp_ptrbag, copy, 32);
+AT(xp_ptrbag, release, 40);
+SIZE_IS(xp_ptrbagenum, 16);
+AT(xp_ptrbagenum, index, 8);
+
+SIZE_IS(xp_cirqueue, 24);
+AT(xp_cirqueue, put, 8);
+AT(xp_cirqueue, get, 12);
+AT(xp_cirqueue, size, 16);
+AT(xp_cirqueue, state, 20);
+
+SIZE_IS(xp_resentry, 16);
+AT(xp_resentry, value, 8);
+SIZE_IS(xp_respool, 16);
+AT(xp_respool, capacity, 4);
+AT(xp_respool, entries, 8);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     {
@@ -99,4 +121,24 @@ void abi_base(void) {
     xp_destroy_membuf(mb);
 
     CHECK(strcmp(xp_base64_encode("ab", encoded), "YWI=") == 0);
+    {
+        xp_ptrbag *bag = xp_create_ptrbag(1, NULL, NULL);
+        CHECK(xppb_add(bag, "a") == 0 && xppb_add(bag, "b") == 1);
+        xp_destroy_ptrbag(bag);
+    }
+    {
+        xp_cirqueue *queue = xp_create_cirqueue(1);
+        CHECK(xpcq_put(queue, "a") == 1 && xpcq_put(queue, "b") == 0);
+        xp_destroy_cirqueue(queue);
+    }
+    {
+        xp_array *stack = xp_create_array(1, NULL, NULL);
+        CHECK(xpst_pop(stack, NULL) == 0);
+        xp_destroy_array(stack);
+    }
+    {
+        xp_respool *pool = xp_create_respool();
+        CHECK(strcmp(xprp_strcat_v(pool, "a", "b", (char *)NULL), "ab") == 0 && xprp_last_index(pool) == 0);
+        xp_destroy_respool(pool);
+    }
 }

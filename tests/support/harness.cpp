@@ -41,7 +41,9 @@ void *__wrap_malloc(size_t size) { return must_fail() ? nullptr : counted(__real
 void *__wrap_calloc(size_t count, size_t size) { return must_fail() ? nullptr : counted(__real_calloc(count, size)); }
 void *__wrap_realloc(void *block, size_t size) {
     if (must_fail()) return nullptr;
-    return block ? __real_realloc(block, size) : counted(__real_realloc(nullptr, size));
+    if (!block) return counted(__real_realloc(nullptr, size));
+    if (!size) live--; // it is freed
+    return __real_realloc(block, size);
 }
 void __wrap_free(void *block) {
     if (block) live--;

@@ -7,12 +7,16 @@
 #include "vorncore/base/format.h"
 #include "vorncore/base/log.h"
 #include "vorncore/base/membuf.h"
+#include "vorncore/base/respool.h"
 #include "vorncore/base/stream.h"
 #include "vorncore/base/types.h"
 
 #include "vorncore/base/array.h"
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/list.h"
+#include "vorncore/base/ptrbag.h"
+#include "vorncore/base/queue.h"
+#include "vorncore/base/stack.h"
 
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"

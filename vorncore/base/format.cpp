@@ -6,6 +6,7 @@
 
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/directive.h"
+#include "vorncore/base/internal/jointexts.h"
 #include "vorncore/base/internal/number.h"
 #include "vorncore/base/internal/staging.h"
 
@@ -322,18 +323,10 @@ char *xp_sprintf(const char *format, ...) {
 }
 
 char *xp_strdup_v(const char *first, ...) {
-    va_list texts;
-    size_t size = 1;
-    va_start(texts, first);
-    for (const char *text = first; text; text = va_arg(texts, const char *)) size = saturating_sum(size, strlen(text));
-    va_end(texts);
-    char *const joined = try_array<char>(size);
-    if (!joined) return nullptr;
-    char *end = joined;
-    *end = '\0';
-    va_start(texts, first);
-    for (const char *text = first; text; text = va_arg(texts, const char *)) end = stpcpy(end, text);
-    va_end(texts);
+    va_list others;
+    va_start(others, first);
+    char *const joined = join_texts(first, others);
+    va_end(others);
     return joined;
 }
 
