@@ -9,6 +9,7 @@
 #include "vorncore/io/file.h"
 #include "vorncore/io/io.h"
 #include "vorncore/io/rand.h"
+#include "vorncore/io/rwlock.h"
 #include "vorncore/io/socket.h"
 #include "vorncore/io/timeutil.h"
 

@@ -23,6 +23,15 @@ AT(xp_random, state, 8);
 
 SIZE_IS(xp_iofilter, 8);
 
+SIZE_IS(xp_rwlock, 176);
+AT(xp_rwlock, mutex, 8);
+AT(xp_rwlock, readers, 48);
+AT(xp_rwlock, writers, 96);
+AT(xp_rwlock, active_readers, 144);
+AT(xp_rwlock, active_writers, 152);
+AT(xp_rwlock, waiting_writers, 160);
+AT(xp_rwlock, waiting_readers, 168);
+
 void abi_io(void) {
     CHECK(strcmp(xp_ioerror_str(IOERROR_SELECTERR), "IOERROR_SELECTERR") == 0 && IOERROR_SELECTERR == -981);
     {
@@ -39,4 +48,11 @@ void abi_io(void) {
         CHECK(generator.seed == 1 && xp_time_ms() - generator.clock < 60000);
     }
     CHECK(xp_file_set_flag(-1, 1) == 0 && xp_set_fdlimit(-1) == 0);
+    {
+        xp_rwlock *lock = xp_create_rwlock(2, XP_RWLOCK_WRITER_CLAIM);
+        xprwl_write_lock(lock, 1);
+        CHECK(lock->active_writers[1] == 1);
+        xprwl_write_unlock(lock, 1);
+        xp_destroy_rwlock(lock);
+    }
 }
