@@ -46,6 +46,7 @@ class engine {
         return static_cast<int>(std::min<uint64_t>(filled_, INT_MAX));
     }
 
+    // Output that crosses areas is rare: its loops stay out of line, once.
     bool put(char c) {
         while (at_ == end_)
             if (!next_area()) return false;
@@ -53,20 +54,20 @@ class engine {
         return true;
     }
 
-    bool copy(const char *bytes, size_t length) {
+    [[gnu::noinline]] bool copy(const char *bytes, size_t length) {
         return in_runs(length, [&](size_t run) {
             at_ = append(at_, bytes, run);
             bytes += run;
         });
     }
 
-    bool fill(char c, size_t length) {
+    [[gnu::noinline]] bool fill(char c, size_t length) {
         return in_runs(length, [&](size_t run) { at_ = append_run(at_, c, run); });
     }
 
     bool prefix(const number &n) { return copy(n.prefix, n.prefix_length); }
 
-    bool digits(const number &n) {
+    [[gnu::noinline]] bool digits(const number &n) {
         char made[number::longest];
         append_digits(made, n);
         return copy(made, n.length);
@@ -122,10 +123,15 @@ class engine {
                 at = append_digits(at, number::of_unsigned(va_arg(arguments_, unsigned), 0, conversion));
             } else if (conversion == 's') {
                 const char *const text = text_argument();
-                at_ = at;
-                if (!copy(text, strlen(text))) return nullptr;
-                at = at_;
-                end = end_;
+                const size_t text_length = strlen(text);
+                if (text_length <= static_cast<size_t>(end - at)) {
+                    at = append(at, text, text_length);
+                } else {
+                    at_ = at;
+                    if (!copy(text, text_length)) return nullptr;
+                    at = at_;
+                    end = end_;
+                }
             } else {
                 break;
             }
