@@ -87,9 +87,9 @@ TEST(Counter, ManyThreads) {
     EXPECT_EQ(xp_init_interlocked_accumulation_counter(&sum), &sum);
     int object = 1;
     xp_reference_counter *references = xp_create_reference_counter(&object, destroy);
-    std::vector<std::thread> threads;
-    for (int n = 0; n < 4; n++)
-        threads.emplace_back([&, mine = xprc_addref(references)] {
+    std::thread threads[4];
+    for (std::thread &thread : threads)
+        thread = std::thread([&, mine = xprc_addref(references)] {
             for (uint32_t i = 0; i < 1000; i++) {
                 xpic_inc(&number);
                 xpic_inc_n(&number, 5);

@@ -38,7 +38,8 @@ int wait_until(short event, int descriptor, int timeout, int timeout_code) {
 
 /// Where formatted output goes, and how the last full area fared.
 struct formatted_to {
-    int descriptor, timeout;
+    sink out;
+    int timeout;
     int64_t result = 0;
 };
 using descriptor_staging = staging<8192, formatted_to>;
@@ -47,6 +48,23 @@ using descriptor_staging = staging<8192, formatted_to>;
 int one_piece(int64_t left) { return static_cast<int>(std::min<int64_t>(left, INT_MAX)); }
 
 } // namespace
+
+int sink::write_timeout(const void *data, int length, int timeout) {
+    if (const int code = wait_until(POLLOUT, descriptor_, timeout, IOERROR_WRITETIMEOUT)) return code;
+    const ssize_t written = write_once(data, static_cast<size_t>(length));
+    return written < 0 ? IOERROR_WRITE : static_cast<int>(written);
+}
+
+int64_t sink::write_all(const void *data, int64_t length, int timeout) {
+    const char *next = static_cast<const char *>(data);
+    for (int64_t left = length; left > 0;) {
+        const int written = write_timeout(next, one_piece(left), timeout);
+        if (written < 1) return written;
+        next += written;
+        left -= written;
+    }
+    return length;
+}
 
 const char *xp_ioerror_str(int code) {
     if (code < IOERROR_EOF || code > IOERROR_SELECTERR) return "NETERR_UNKNOWN";
@@ -62,13 +80,11 @@ ssize_t xp_sigsafe_read(int descriptor, void *buffer, size_t length) {
 }
 
 ssize_t xp_sigsafe_write(int descriptor, const void *buffer, size_t length) {
-    return uninterrupted([=] { return plain_write(descriptor, buffer, length); });
+    return uninterrupted([=, out = sink(descriptor)]() mutable { return out.plain_write(buffer, length); });
 }
 
 int xp_write_timeout(int descriptor, const void *data, int length, int timeout) {
-    if (const int code = wait_until(POLLOUT, descriptor, timeout, IOERROR_WRITETIMEOUT)) return code;
-    const ssize_t written = write_once(descriptor, data, static_cast<size_t>(length));
-    return written < 0 ? IOERROR_WRITE : static_cast<int>(written);
+    return sink(descriptor).write_timeout(data, length, timeout);
 }
 
 int xp_read_timeout(int descriptor, void *buffer, int length, int timeout) {
@@ -79,14 +95,7 @@ int xp_read_timeout(int descriptor, void *buffer, int length, int timeout) {
 }
 
 int64_t xp_write_all(int descriptor, const void *data, int64_t length, int timeout) {
-    const char *next = static_cast<const char *>(data);
-    for (int64_t left = length; left > 0;) {
-        const int written = xp_write_timeout(descriptor, next, one_piece(left), timeout);
-        if (written < 1) return written;
-        next += written;
-        left -= written;
-    }
-    return length;
+    return sink(descriptor).write_all(data, length, timeout);
 }
 
 int64_t xp_read_all(int descriptor, void *buffer, int64_t length, int timeout) {
@@ -105,17 +114,17 @@ int64_t xp_write_str(int descriptor, const char *text, int timeout) {
 }
 
 static int32_t __fdout_newbuf__(xp_fmt_target *target) {
-    auto &[descriptor, timeout, result] = static_cast<descriptor_staging *>(target)->device;
-    result = xp_write_all(descriptor, target->begin, descriptor_staging::size, timeout);
+    auto &[out, timeout, result] = static_cast<descriptor_staging *>(target)->device;
+    result = out.write_all(target->begin, descriptor_staging::size, timeout);
     return result > 0;
 }
 
 int xp_vfdprintf(int descriptor, int timeout, const char *format, va_list arguments) {
-    descriptor_staging out({descriptor, timeout}, __fdout_newbuf__);
-    const int count = out.format(format, arguments, [](const descriptor_staging &staged, uint32_t length) {
-        return plain_write(staged.device.descriptor, staged.area, length) >= 0;
+    descriptor_staging staged({sink(descriptor), timeout}, __fdout_newbuf__);
+    const int count = staged.format(format, arguments, [](descriptor_staging &to, uint32_t length) {
+        return to.device.out.plain_write(to.area, length) >= 0;
     });
-    return out.device.result < 0 ? static_cast<int>(out.device.result) : count;
+    return staged.device.result < 0 ? static_cast<int>(staged.device.result) : count;
 }
 
 int xp_fdprintf(int descriptor, int timeout, const char *format, ...) {

@@ -21,16 +21,18 @@ char *filtered(xp_iofilter *filter, char *data, int32_t *count, int direction) {
 }
 
 /// Reads once and writes what the filter makes of it: the bytes written, or the result below 1 that ends the copy.
-int64_t copy_piece(int input, int output, char *buffer, int limit, int timeout, xp_iofilter *filter) {
+int64_t copy_piece(int input, sink &to, char *buffer, int limit, int timeout, xp_iofilter *filter) {
     int32_t count = xp_read_timeout(input, buffer, limit, timeout);
     if (count < 0) return count;
     const char *data = filtered(filter, buffer, &count, 0);
-    return xp_write_all(output, data, count, timeout);
+    return to.write_all(data, count, timeout);
 }
 
 /// One direction of a relay: bytes `next[0 .. pending - 1]` are read and filtered, and not written yet.
 struct relay_way {
-    int input, output, direction;
+    int input;
+    sink to;
+    int direction;
     char *buffer;
     const char *next = nullptr;
     int32_t pending = 0;
@@ -38,7 +40,7 @@ struct relay_way {
     /// 0, or the code that ends the relay.
     int drain(int events) {
         if (pending <= 0 || !(events & POLLOUT)) return 0;
-        const ssize_t written = write_once(output, next, static_cast<size_t>(pending));
+        const ssize_t written = to.write_once(next, static_cast<size_t>(pending));
         if (written < 1) return IOERROR_WRITE;
         next += written;
         pending -= static_cast<int32_t>(written);
@@ -60,8 +62,8 @@ int relay_pass(relay_way &to_second, relay_way &to_first, int timeout, xp_iofilt
     pollfd entries[4] = {
         {to_second.input, POLLIN, 0},
         {to_first.input, POLLIN, 0},
-        {to_first.output, POLLOUT, 0},
-        {to_second.output, POLLOUT, 0},
+        {to_first.to.descriptor(), POLLOUT, 0},
+        {to_second.to.descriptor(), POLLOUT, 0},
     };
     const nfds_t waited_on = to_second.pending > 0 || to_first.pending > 0 ? 4 : 2;
     const int ready = poll_once(entries, waited_on, timeout);
@@ -84,8 +86,9 @@ int relay_pass(relay_way &to_second, relay_way &to_first, int timeout, xp_iofilt
 int xp_transfer(int input, int output, int64_t *total, int timeout, xp_iofilter *filter) {
     const int size = buffer_size();
     char *const buffer = static_cast<char *>(alloca(static_cast<size_t>(size)));
+    sink to(output);
     int64_t written, sum = 0;
-    while ((written = copy_piece(input, output, buffer, size, timeout, filter)) > 0) sum += written;
+    while ((written = copy_piece(input, to, buffer, size, timeout, filter)) > 0) sum += written;
     if (total) *total = sum;
     return static_cast<int>(written);
 }
@@ -93,9 +96,10 @@ int xp_transfer(int input, int output, int64_t *total, int timeout, xp_iofilter 
 int64_t xp_transfer_all(int input, int output, int64_t count, int timeout, xp_iofilter *filter) {
     const int size = buffer_size();
     char *const buffer = static_cast<char *>(alloca(static_cast<size_t>(size)));
+    sink to(output);
     for (int64_t left = count; left > 0;) {
         const int limit = static_cast<int>(std::min<int64_t>(left, size));
-        const int64_t written = copy_piece(input, output, buffer, limit, timeout, filter);
+        const int64_t written = copy_piece(input, to, buffer, limit, timeout, filter);
         if (written < 1) return written;
         left -= written;
     }
@@ -104,8 +108,8 @@ int64_t xp_transfer_all(int input, int output, int64_t count, int timeout, xp_io
 
 int xp_bitransfer_ex(int first_in, int first_out, int second_in, int second_out, int timeout, xp_iofilter *filter) {
     const size_t size = static_cast<size_t>(std::max(buffer_size(), relay_read)); // room for filters that fill it up
-    relay_way to_second{first_in, second_out, 1, static_cast<char *>(alloca(size))};
-    relay_way to_first{second_in, first_out, 0, static_cast<char *>(alloca(size))};
+    relay_way to_second{first_in, sink(second_out), 1, static_cast<char *>(alloca(size))};
+    relay_way to_first{second_in, sink(first_out), 0, static_cast<char *>(alloca(size))};
     for (;;)
         if (const int code = relay_pass(to_second, to_first, timeout, filter)) return code;
 }
