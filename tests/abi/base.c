@@ -141,4 +141,8 @@ void abi_base(void) {
         CHECK(strcmp(xprp_strcat_v(pool, "a", "b", (char *)NULL), "ab") == 0 && xprp_last_index(pool) == 0);
         xp_destroy_respool(pool);
     }
+    CHECK(sizeof xp_conv62_map == 63 && sizeof xp_rconv62_map == 256);
+    CHECK(strcmp(xp_convert(61, trimmed, 4, XP_CONVERT_PAD('0') | 62), "00z") == 0);
+    CHECK(xp_reverse_convert("00z", 62) == 61);
+    CHECK(strcmp(xp_decode_skey(xp_encode_rawskey("key", encoded)), "key") == 0);
 }

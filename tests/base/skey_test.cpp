@@ -1,0 +1,47 @@
+#include "vorncore/base/skey.h"
+
+#include <string.h>
+
+#include "support/harness.h"
+
+namespace {
+
+// Signatures must never change: keys that were handed out carry them. The expected ones come from an independent
+// transcription in another language.
+TEST(SKey, SignaturesStayWhatTheyAre) {
+    const char *const cases[][2] = {
+        {"", "0000"},        {"a", "yGrU"},         {"session-17", "c6oU"},  {"A longer key, with blanks", "d8cb"},
+        {"caf\xE9", "wLNl"}, {"\xE9t\xE9", "Z5Lo"}, {"\xFF\x80\x81", "Q03X"}};
+    for (const auto &[raw, signature] : cases) {
+        const std::string expected = std::string(signature) + raw;
+        harness::guard_page key(std::string(strlen(raw) + 5, '#'));
+        EXPECT_EQ(xp_encode_rawskey(raw, key.data()), key.data());
+        EXPECT_EQ(key.data(), expected);
+        EXPECT_EQ(xp_decode_skey(key.data()), key.data() + 4);
+        for (size_t i = 0; i < expected.size(); i++) {
+            std::string changed = expected;
+            changed[i] ^= 1;
+            EXPECT_TRUE(!xp_decode_skey(changed.c_str())) << changed;
+        }
+    }
+    char key[8];
+    EXPECT_STREQ(xp_encode_rawskey(nullptr, key), "0000");
+    for (const char *cut : {"", "0", "000"}) {
+        harness::guard_page text(std::string_view(cut, strlen(cut) + 1));
+        EXPECT_EQ(xp_decode_skey(text.data()), nullptr);
+    }
+}
+
+TEST(SKey, AKeyOfAPoolIsThePools) {
+    harness::oom_sweep([] {
+        xp_respool *pool = xp_create_respool();
+        if (!pool) return;
+        const char *key = xprp_encode_rawskey(pool, "session-17"), *empty = xprp_encode_rawskey(pool, nullptr);
+        EXPECT_TRUE(!key || std::string(key) == "c6oUsession-17");
+        EXPECT_TRUE(!empty || std::string(empty) == "0000");
+        EXPECT_EQ(pool->count, (key != nullptr) + (empty != nullptr));
+        xp_destroy_respool(pool);
+    });
+}
+
+} // namespace
