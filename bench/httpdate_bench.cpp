@@ -1,8 +1,13 @@
 #include <benchmark/benchmark.h>
 
+#include <string.h>
 #include <time.h>
 
 #include "vorncore/app/httpdate.h"
+#include "vorncore/app/httpurl.h"
+#ifdef HAVE_CURL
+#include <curl/curl.h>
+#endif
 
 namespace {
 
@@ -49,9 +54,40 @@ void strftime_make(benchmark::State &state) {
     }
 }
 
+const char url_text[] = "http://www.example.com:8080/catalogue/items/list?category=17&page=3";
+
+void vorncore_url(benchmark::State &state) {
+    char text[sizeof url_text];
+    xp_http_url url;
+    for (auto _ : state) {
+        memcpy(text, url_text, sizeof text); // the parser cuts its text
+        benchmark::DoNotOptimize(xp_parse_http_url(text, &url));
+        benchmark::DoNotOptimize(url);
+    }
+}
+
 BENCHMARK(vorncore_parse)->Name("parse_date/vorncore")->DenseRange(0, 2);
 BENCHMARK(strptime_parse)->Name("parse_date/strptime+timegm")->DenseRange(0, 2);
 BENCHMARK(vorncore_make)->Name("make_date/vorncore");
 BENCHMARK(strftime_make)->Name("make_date/gmtime_r+strftime");
+BENCHMARK(vorncore_url)->Name("parse_url/vorncore");
+
+#ifdef HAVE_CURL
+void curl_parse_url(benchmark::State &state) {
+    const CURLUPart parts[] = {CURLUPART_HOST, CURLUPART_PORT, CURLUPART_PATH, CURLUPART_QUERY};
+    for (auto _ : state) {
+        CURLU *url = curl_url();
+        curl_url_set(url, CURLUPART_URL, url_text, 0);
+        for (const CURLUPart part : parts) {
+            char *text;
+            curl_url_get(url, part, &text, 0);
+            benchmark::DoNotOptimize(text);
+            curl_free(text);
+        }
+        curl_url_cleanup(url);
+    }
+}
+BENCHMARK(curl_parse_url)->Name("parse_url/curl_url");
+#endif
 
 } // namespace

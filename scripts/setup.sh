@@ -36,6 +36,7 @@ for purpose in "${@:-build}"; do
         need libapr1-dev "baseline: APR"
         need libfmt-dev "baseline: fmt"
         need libabsl-dev "baseline: Abseil"
+        need libcurl4-openssl-dev "baseline: libcurl"
         ;;
     *)
         echo "setup: build, check or bench, not '$purpose'" >&2

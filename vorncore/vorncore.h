@@ -15,5 +15,6 @@
 
 #include "vorncore/app/httpdate.h"
 #include "vorncore/app/rputil.h"
+#include "vorncore/app/httpurl.h"
 
 #endif

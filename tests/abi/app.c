@@ -6,6 +6,9 @@
 
 SIZE_IS(xp_filedata, 16);
 AT(xp_filedata, length, 8);
+SIZE_IS(xp_http_url, 24);
+AT(xp_http_url, port, 8);
+AT(xp_http_url, path, 16);
 
 void abi_app(void) {
     char date[30];
@@ -16,4 +19,8 @@ void abi_app(void) {
         CHECK(xprp_fopen(&pool, "/", "w") == NULL && pool.count == 0);
         xp_close_respool(&pool);
     }
+
+    char text[] = "alpha:81/x";
+    xp_http_url url;
+    CHECK(xp_parse_http_url(text, &url) == 1 && url.port == 81 && strcmp(url.path, "x") == 0);
 }
