@@ -16,5 +16,6 @@
 #include "vorncore/app/httpdate.h"
 #include "vorncore/app/rputil.h"
 #include "vorncore/app/httpurl.h"
+#include "vorncore/io/writebuf.h"
 
 #endif
