@@ -13,7 +13,7 @@ for row in run["benchmarks"]:
     if row.get("run_type") == "aggregate" or row.get("error_occurred"):
         continue
     workload, who, *arguments = row.get("run_name", row["name"]).split("/")
-    arguments = [a for a in arguments if a not in ("real_time", "process_time") and not a.startswith("repeats:")]
+    arguments = [a for a in arguments if not a.endswith("_time") and not a.startswith("repeats:")]
     time = row["real_time"] * {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[row["time_unit"]]
     workload = " ".join([workload.replace("_", " "), *arguments])
     best.setdefault(workload, {}).setdefault(who, time)

@@ -9,6 +9,8 @@
 #include "vorncore/io/file.h"
 #include "vorncore/io/io.h"
 #include "vorncore/io/rand.h"
+#include "vorncore/io/readbuf.h"
+#include "vorncore/io/readbuf2.h"
 #include "vorncore/io/rwlock.h"
 #include "vorncore/io/socket.h"
 #include "vorncore/io/timeutil.h"

@@ -23,6 +23,24 @@ AT(xp_random, state, 8);
 
 SIZE_IS(xp_iofilter, 8);
 
+SIZE_IS(xprb, 80);
+AT(xprb, timeout, 8);
+AT(xprb, block, 16);
+AT(xprb, data, 32);
+AT(xprb, scan, 48);
+AT(xprb, last_error, 56);
+AT(xprb, message, 64);
+AT(xprb, saved_errno, 72);
+SIZE_IS(xprb2, 80);
+AT(xprb2, timeout, 4);
+AT(xprb2, input, 8);
+AT(xprb2, input_size, 32);
+AT(xprb2, record, 40);
+AT(xprb2, max_record, 56);
+AT(xprb2, last_error, 60);
+AT(xprb2, message, 64);
+AT(xprb2, saved_errno, 72);
+
 SIZE_IS(xp_rwlock, 176);
 AT(xp_rwlock, mutex, 8);
 AT(xp_rwlock, readers, 48);
@@ -37,6 +55,15 @@ void abi_io(void) {
     {
         char text[16];
         CHECK(strcmp(xp_inet_ntoa(xp_inet_addr(10, 0, 0, 255), text), "10.0.0.255") == 0 && XP_INADDR_ANY == 0);
+    }
+    {
+        xprb *lines = xp_create_readbuf(-1, 16);
+        CHECK(xprb_unread(lines, "a\r\n", 3) && strcmp(xprb_read_line(lines, NULL), "a") == 0);
+        xp_destroy_readbuf(lines);
+
+        xprb2 *records = xp_create_readbuf2(-1, 16);
+        CHECK(xprb2_unread(records, "a||", 3) && strcmp(xprb2_read_to_pattern(records, NULL, "||", 2), "a") == 0);
+        xp_destroy_readbuf2(records);
     }
     {
         xp_reference_counter *counter = xp_create_reference_counter(NULL, NULL);
