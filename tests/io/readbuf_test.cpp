@@ -186,4 +186,20 @@ TEST(ReadBuffer, MakesNoReadMoreThanItNeeds) {
     EXPECT_EQ(reads.calls(), 2);
 }
 
+TEST(ReadBuffer, ReadsIntoAllTheRoomThatItCanMake) {
+    connection<xprb> peer(4, "abcdefg"); // a block of 8
+    EXPECT_TRUE(xprb_read_all(&peer.rb, 4));
+    EXPECT_TRUE(xprb_read_all(&peer.rb, 2));
+    peer.send("hijklmn");
+    harness::fault_io reads(call::read, INT_MAX, 0);
+    EXPECT_EQ(memcmp(xprb_read_all(&peer.rb, 4), "ghij", 4), 0);
+    EXPECT_EQ(memcmp(xprb_read_all(&peer.rb, 4), "klmn", 4), 0);
+    EXPECT_EQ(reads.calls(), 1) << "what was left moved to the front before the read";
+    peer.send("op");
+    EXPECT_TRUE(xprb_read_all(&peer.rb, 2));
+    peer.send("opqrstuvw");
+    EXPECT_TRUE(xprb_read_all(&peer.rb, 1));
+    EXPECT_EQ(peer.rb.data_end - peer.rb.data, 7) << "an empty buffer reads a whole block";
+}
+
 } // namespace
