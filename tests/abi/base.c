@@ -78,6 +78,35 @@ SIZE_IS(xp_respool, 16);
 AT(xp_respool, capacity, 4);
 AT(xp_respool, entries, 8);
 
+SIZE_IS(xp_mempool, 48);
+AT(xp_mempool, block_size, 8);
+AT(xp_mempool, in_use, 12);
+AT(xp_mempool, cached, 16);
+AT(xp_mempool, allocate, 24);
+AT(xp_mempool, release, 32);
+AT(xp_mempool, cache_max, 40);
+
+SIZE_IS(xp_objnode, 16);
+AT(xp_objnode, object, 8);
+SIZE_IS(xp_objpool, 104);
+AT(xp_objpool, in_use, 8);
+AT(xp_objpool, cached, 12);
+AT(xp_objpool, create, 16);
+AT(xp_objpool, destroy, 24);
+AT(xp_objpool, on_alloc, 32);
+AT(xp_objpool, on_free, 40);
+AT(xp_objpool, nodes, 48);
+AT(xp_objpool, cache_max, 96);
+SIZE_IS(xp_xobjpool, 104 + sizeof(pthread_mutex_t));
+AT(xp_xobjpool, mutex, 104);
+SIZE_IS(xp_objpool_stat, 40);
+AT(xp_objpool_stat, smallest, 8);
+AT(xp_objpool_stat, total, 16);
+AT(xp_objpool_stat, cached, 24);
+AT(xp_objpool_stat, in_use, 32);
+
+static void *new_object(void) { return malloc(1); }
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     {
@@ -145,4 +174,24 @@ void abi_base(void) {
     CHECK(strcmp(xp_convert(61, trimmed, 4, XP_CONVERT_PAD('0') | 62), "00z") == 0);
     CHECK(xp_reverse_convert("00z", 62) == 61);
     CHECK(strcmp(xp_decode_skey(xp_encode_rawskey("key", encoded)), "key") == 0);
+    {
+        xp_mempool *blocks = xp_create_mempool(3);
+        void *block = xpmp_alloc(blocks);
+        xpmp_free_inline(blocks, block);
+        CHECK(xpmp_alloc_inline(blocks) == block && blocks->block_size == 8);
+        xpmp_free(blocks, block);
+        xp_destroy_mempool(blocks);
+    }
+    {
+        xp_objpool *objects = xp_create_objpool(new_object, free, NULL, NULL);
+        xpop_free(objects, xpop_alloc(objects));
+        CHECK(objects->cached == 1 && objects->in_use == 0);
+        xp_destroy_objpool(objects);
+    }
+    {
+        xp_xobjpool *objects = xp_create_xobjpool(new_object, free, NULL, NULL);
+        xpxop_free(objects, xpxop_alloc(objects));
+        CHECK(objects->pool.cached == 1 && objects->pool.in_use == 0);
+        xp_destroy_xobjpool(objects);
+    }
 }

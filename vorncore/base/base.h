@@ -7,6 +7,8 @@
 #include "vorncore/base/format.h"
 #include "vorncore/base/log.h"
 #include "vorncore/base/membuf.h"
+#include "vorncore/base/mempool.h"
+#include "vorncore/base/objpool.h"
 #include "vorncore/base/respool.h"
 #include "vorncore/base/stream.h"
 #include "vorncore/base/types.h"
