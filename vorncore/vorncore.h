@@ -14,6 +14,7 @@
 #include "vorncore/io/rwlock.h"
 #include "vorncore/io/socket.h"
 #include "vorncore/io/timeutil.h"
+#include "vorncore/io/xcirqueue.h"
 
 #include "vorncore/app/httpdate.h"
 #include "vorncore/app/rputil.h"

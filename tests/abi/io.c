@@ -50,6 +50,12 @@ AT(xp_rwlock, active_writers, 152);
 AT(xp_rwlock, waiting_writers, 160);
 AT(xp_rwlock, waiting_readers, 168);
 
+SIZE_IS(xp_xcirqueue, 168);
+AT(xp_xcirqueue, not_empty, 40);
+AT(xp_xcirqueue, not_full, 88);
+AT(xp_xcirqueue, queue, 136);
+AT(xp_xcirqueue, shutdown, 160);
+
 void abi_io(void) {
     CHECK(strcmp(xp_ioerror_str(IOERROR_SELECTERR), "IOERROR_SELECTERR") == 0 && IOERROR_SELECTERR == -981);
     {
@@ -81,5 +87,12 @@ void abi_io(void) {
         CHECK(lock->active_writers[1] == 1);
         xprwl_write_unlock(lock, 1);
         xp_destroy_rwlock(lock);
+    }
+    {
+        xp_xcirqueue *queue = xp_create_xcirqueue(1);
+        void *item = NULL;
+        CHECK(xpxcq_put(queue, "a", 0) == XP_XCQ_OK && xpxcq_get(queue, &item, -1) == XP_XCQ_OK);
+        CHECK(item && strcmp((const char *)item, "a") == 0);
+        xp_destroy_xcirqueue(queue);
     }
 }

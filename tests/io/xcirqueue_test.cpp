@@ -1,0 +1,134 @@
+#include "vorncore/io/xcirqueue.h"
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/harness.h"
+
+namespace {
+
+timeval pretended; // what the library takes for now, unless it is 0
+
+struct BlockingQueue : testing::Test {
+    BlockingQueue() { xp_init_xcirqueue(&queue, 3); }
+    ~BlockingQueue() override { xp_close_xcirqueue(&queue); }
+
+    int put(intptr_t n, int timeout) { return xpxcq_put(&queue, reinterpret_cast<void *>(n), timeout); }
+    /// The result, or -1 for an item other than `expected`.
+    int taken(int result, intptr_t expected) {
+        return result == XP_XCQ_OK && reinterpret_cast<intptr_t>(item) != expected ? -1 : result;
+    }
+    int get(int timeout, intptr_t expected = 0) { return taken(xpxcq_get(&queue, &item, timeout), expected); }
+    /// Frees the mutex; says whether it was locked.
+    bool unlocks() {
+        const bool locked = pthread_mutex_trylock(&queue.mutex) != 0;
+        pthread_mutex_unlock(&queue.mutex);
+        return locked;
+    }
+
+    xp_xcirqueue queue;
+    void *item;
+    int batch = 9;
+};
+
+TEST_F(BlockingQueue, GetWithoutWaitingKeepsTheMutexAndShutdownDeliversWhatIsQueued) {
+    EXPECT_EQ(get(0), XP_XCQ_WOULDBLOCK);
+    EXPECT_TRUE(unlocks());
+    for (const int n : {1, 2, 3}) EXPECT_EQ(put(n, n - 2), XP_XCQ_OK);
+    EXPECT_EQ(put(4, 0), XP_XCQ_WOULDBLOCK);
+    EXPECT_EQ(put(4, 1), XP_XCQ_TIMEOUT);
+    EXPECT_EQ(get(0, 1), XP_XCQ_OK);
+    EXPECT_TRUE(unlocks());
+    xpxcq_shutdown(&queue);
+    EXPECT_EQ(put(4, -1), XP_XCQ_SHUTDOWN) << "although there is room";
+    EXPECT_EQ(get(1000, 2), XP_XCQ_OK);
+    EXPECT_EQ(get(-1, 3), XP_XCQ_OK);
+    for (const int timeout : {0, 1000, -1}) {
+        EXPECT_EQ(get(timeout), XP_XCQ_SHUTDOWN);
+        EXPECT_FALSE(unlocks());
+        EXPECT_EQ(xpxcq_get_first(&queue, &item, timeout, &batch), timeout ? XP_XCQ_SHUTDOWN : XP_XCQ_WOULDBLOCK);
+        EXPECT_EQ(batch, 0);
+        xpxcq_get_end(&queue, batch);
+        EXPECT_FALSE(unlocks());
+    }
+}
+
+TEST_F(BlockingQueue, TheEndOfABatchWakesAllWhoWaitForRoomAndShutdownTheRest) {
+    for (const int n : {1, 2, 3}) put(n, 0);
+    std::atomic<int> refused = 0;
+    std::vector<std::thread> producers;
+    for (const int timeout : {-1, -1, 60'000, 60'000, 60'000})
+        producers.emplace_back([&, timeout] { refused += put(4, timeout); });
+    const unsigned *const waiters = &queue.not_full.__data.__wrefs; // the C library's own count, times 8
+    while (__atomic_load_n(waiters, __ATOMIC_RELAXED) < 5 * 8) std::this_thread::yield();
+    EXPECT_EQ(taken(xpxcq_get_first(&queue, &item, -1, &batch), 1), XP_XCQ_OK);
+    for (const int n : {2, 3}) EXPECT_EQ(taken(xpxcq_get_next(&queue, &item, &batch), n), XP_XCQ_OK);
+    EXPECT_EQ(xpxcq_get_next(&queue, &item, &batch), XP_XCQ_WOULDBLOCK);
+    EXPECT_EQ(batch, 3);
+    xpxcq_get_end(&queue, batch);
+    for (bool full = false; !full; pthread_mutex_unlock(&queue.mutex))
+        pthread_mutex_lock(&queue.mutex), full = xpcq_count(&queue.queue) == 3;
+    xpxcq_shutdown(&queue);
+    for (auto &producer : producers) producer.join();
+    EXPECT_EQ(refused, 2 * XP_XCQ_SHUTDOWN);
+}
+
+TEST_F(BlockingQueue, TheDeadlineIsFixedAtTheStartAndCarriesSeconds) {
+    timespec start, end;
+    clock_gettime(CLOCK_REALTIME, &start);
+    pretended = {start.tv_sec - 2, 700'000}; // 1300 ms later it is start.tv_sec
+    EXPECT_EQ(get(1300 + static_cast<int>(start.tv_nsec / 1'000'000) + 10), XP_XCQ_TIMEOUT);
+    pretended = {};
+    clock_gettime(CLOCK_REALTIME, &end);
+    const int64_t waited = (end.tv_sec - start.tv_sec) * 1'000'000'000 + end.tv_nsec - start.tv_nsec;
+    EXPECT_TRUE(waited >= 9'000'000 && waited < 1'000'000'000) << waited;
+    EXPECT_FALSE(unlocks());
+}
+
+TEST_F(BlockingQueue, EveryItemArrivesOnceAndInOrder) {
+    constexpr intptr_t count = 500'000; // of each producer
+    xp_xcirqueue *many = xp_create_xcirqueue(16);
+    std::atomic<intptr_t> sum = 0;
+    std::vector<std::thread> producers, consumers;
+    for (const intptr_t n : {0, 1}) {
+        producers.emplace_back([=] {
+            for (intptr_t i = 1; i <= count; i++) xpxcq_put(many, reinterpret_cast<void *>(2 * i + n), n ? -1 : 60'000);
+        });
+        consumers.emplace_back([=, &sum] {
+            intptr_t last[2] = {}, total = 0, got;
+            void **out = reinterpret_cast<void **>(&got);
+            const auto use = [&] {
+                EXPECT_LT(last[got % 2], got / 2);
+                total += last[got % 2] = got / 2;
+            };
+            for (int size = 1; n && size; xpxcq_get_end(many, size)) // one takes batches, the other single items
+                for (int next = xpxcq_get_first(many, out, -1, &size); next == XP_XCQ_OK;
+                     next = size < 4 ? xpxcq_get_next(many, out, &size) : XP_XCQ_WOULDBLOCK)
+                    use();
+            while (!n && xpxcq_get(many, out, 60'000) == XP_XCQ_OK) use();
+            sum += total;
+        });
+    }
+    for (auto &producer : producers) producer.join();
+    xpxcq_shutdown(many);
+    for (auto &consumer : consumers) consumer.join();
+    EXPECT_EQ(sum, count * (count + 1));
+    xp_destroy_xcirqueue(many);
+}
+
+TEST(BlockingQueueMemory, CreateReportsFailure) {
+    harness::oom_sweep([] {
+        if (xp_xcirqueue *queue = xp_create_xcirqueue(4)) xp_destroy_xcirqueue(queue);
+    });
+}
+
+} // namespace
+
+extern "C" int gettimeofday(timeval *now, void *) noexcept {
+    timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    *now = pretended.tv_sec ? pretended : timeval{real.tv_sec, real.tv_nsec / 1000};
+    return 0;
+}
