@@ -55,6 +55,12 @@ char *xp_encode_rawskey(const char *raw, char *destination) {
     return destination;
 }
 
+char *xprp_encode_rawskey(xp_respool *rp, const char *raw) {
+    const size_t length = raw ? strlen(raw) : 0;
+    auto *destination = static_cast<char *>(xprp_malloc(rp, length + signature_size + 1));
+    return destination ? xp_encode_rawskey(raw, destination) : nullptr;
+}
+
 char *xp_decode_skey(const char *key) {
     if (strnlen(key, signature_size) < signature_size) return nullptr;
     char signature[signature_size];
