@@ -12,6 +12,7 @@
 #include "vorncore/base/array.h"
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/list.h"
+#include "vorncore/base/hashtable.h"
 
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/strutil.h"
