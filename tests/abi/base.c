@@ -80,6 +80,7 @@ void abi_base(void) {
     xp_datalist *data = xp_create_datalist(2, NULL, NULL);
     CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
     xp_destroy_datalist(data);
+
     xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
     xpht_put(table, "a", "1");
     CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
@@ -87,9 +88,9 @@ void abi_base(void) {
 
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
 
-    char *text = xp_sprintf("%'d%s", 1000, "!");
-    CHECK(strcmp(text, "1,000!") == 0);
-    free(text);
+    char *printed = xp_sprintf("%'d%s", 1000, "!");
+    CHECK(strcmp(printed, "1,000!") == 0);
+    free(printed);
     char text[16], encoded[48];
     CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
     CHECK(strcmp(xp_trim(text), "x") == 0);
