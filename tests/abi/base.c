@@ -47,6 +47,21 @@ AT(xp_datanode, previous, 8);
 AT(xp_datanode, data, 16);
 SIZE_IS(xp_datalistenum, 16);
 AT(xp_datalistenum, current, 8);
+SIZE_IS(xp_hashitem, 24);
+AT(xp_hashitem, key, 8);
+AT(xp_hashitem, value, 16);
+SIZE_IS(xp_hashtable, 64);
+AT(xp_hashtable, bucket_count, 8);
+AT(xp_hashtable, count, 12);
+AT(xp_hashtable, key_copy, 16);
+AT(xp_hashtable, value_release, 40);
+AT(xp_hashtable, hash, 48);
+AT(xp_hashtable, compare, 56);
+SIZE_IS(xp_hashenum, 40);
+AT(xp_hashenum, current, 16);
+AT(xp_hashenum, end, 32);
+SIZE_IS(xp_hashiter, 16);
+SIZE_IS(xp_hash_randseed, 1024);
 
 /* One block a family, so that each has its own names. */
 SIZE_IS(xp_membuf, 40);
@@ -127,6 +142,27 @@ void abi_base(void) {
         CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
         xp_destroy_datalist(data);
     }
+
+    xp_array *array = xp_create_array(1, NULL, NULL);
+    xpar_add(array, "b");
+    xpar_insert(array, 0, "a");
+    CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
+    xp_destroy_array(array);
+
+    xp_list list;
+    xp_init_list(&list, NULL, NULL);
+    CHECK(xpls_add(&list, "a") == list.sentinel.first && list.sentinel.first->next == xpls_head(&list));
+    xp_close_list(&list);
+
+    xp_datalist *data = xp_create_datalist(2, NULL, NULL);
+    CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
+    xp_destroy_datalist(data);
+
+    xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
+    xpht_put(table, "a", "1");
+    CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
+    xp_destroy_hashtable(table);
+
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
     {
         char *text = xp_sprintf("%'d%s", 1000, "!");
@@ -194,4 +230,10 @@ void abi_base(void) {
         CHECK(objects->pool.cached == 1 && objects->pool.in_use == 0);
         xp_destroy_xobjpool(objects);
     }
+    char *printed = xp_sprintf("%'d%s", 1000, "!");
+    CHECK(strcmp(printed, "1,000!") == 0);
+    free(printed);
+    char text[16], encoded[48];
+    CHECK(strcmp(xp_url_encode("a b/c", encoded), "a+b%2Fc") == 0 && xp_strcpy(text, " x ") == 3);
+    CHECK(strcmp(xp_trim(text), "x") == 0);
 }
