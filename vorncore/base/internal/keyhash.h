@@ -1,0 +1,107 @@
+// The rotating hash, of texts and of keys of a fixed size, and texts read in words for it.
+#pragma once
+
+#include <bit>
+#include <emmintrin.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "vorncore/base/hashtable.h"
+
+// Texts are read up to the end of their page below. Sanitizers would object, and are of more use to callers where they
+// see every read of a key: under them the C library's strlen and strcmp do the work.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VORNCORE_READ_TO_PAGE_END false
+#elif defined(__has_feature)
+#define VORNCORE_READ_TO_PAGE_END                                                                                      \
+    (!__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer) && !__has_feature(memory_sanitizer))
+#else
+#define VORNCORE_READ_TO_PAGE_END true
+#endif
+
+namespace vorncore {
+
+template <class Word>
+uint64_t load_word(const char *bytes) {
+    Word word;
+    memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+/// strlen, inlined: an aligned block of 16 bytes never reaches into another page.
+inline size_t text_length(const char *text) {
+    if (!VORNCORE_READ_TO_PAGE_END) return strlen(text);
+    const size_t before = reinterpret_cast<uintptr_t>(text) % 16;
+    const auto *block = reinterpret_cast<const __m128i *>(text - before);
+    const auto zeros_in = [](__m128i bytes) {
+        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+    };
+    unsigned zeros = zeros_in(*block) >> before;
+    if (zeros) return static_cast<size_t>(std::countr_zero(zeros));
+    while (!(zeros = zeros_in(*++block))) {
+    }
+    return static_cast<size_t>(reinterpret_cast<const char *>(block) - text + std::countr_zero(zeros));
+}
+
+/// strcmp(a, b) == 0 for an `a` of known length.
+inline bool equal_texts(const char *a, size_t length, const char *b) {
+    if (!VORNCORE_READ_TO_PAGE_END || reinterpret_cast<uintptr_t>(b) % 4096 + length >= 4096) return strcmp(a, b) == 0;
+    const size_t n = length + 1; // the NUL is compared too
+    if (n >= 8) {
+        for (size_t i = 0; i + 8 < n; i += 8)
+            if (load_word<uint64_t>(a + i) != load_word<uint64_t>(b + i)) return false;
+        return load_word<uint64_t>(a + n - 8) == load_word<uint64_t>(b + n - 8);
+    }
+    if (n >= 4)
+        return load_word<uint32_t>(a) == load_word<uint32_t>(b) &&
+               load_word<uint32_t>(a + n - 4) == load_word<uint32_t>(b + n - 4);
+    return a[0] == b[0] && a[n / 2] == b[n / 2] && a[n - 1] == b[n - 1];
+}
+
+/// h = rotate-left(h, 4) ^ c from h = 0 for the eight bytes of a word, first byte lowest; each byte is sign-extended.
+///
+/// A byte with its top bit set extends to ~(c ^ 0xFF), and rotation leaves ~0 as it is: so flip the eight bits of each
+/// such byte, take all bytes as unsigned ones, and flip the result if their number is odd.
+inline uint32_t fold_word(uint64_t word) {
+    uint32_t flip = 0;
+    if (const uint64_t high = word & 0x8080808080808080) [[unlikely]] {
+        word ^= (high << 1) - (high >> 7);
+        flip = __builtin_parityll(high) ? ~0u : 0u;
+    }
+    // The first byte comes to the top: byte k belongs 4 * (7 - k) bits up, and neighbours overlap by a nibble.
+    word = __builtin_bswap64(word);
+    word = (word & 0x00FF00FF00FF00FF) ^ (word & 0xFF00FF00FF00FF00) >> 4;
+    word = (word & 0x0000FFFF0000FFFF) ^ (word & 0xFFFF0000FFFF0000) >> 8;
+    word = (word & 0x00000000FFFFFFFF) ^ (word & 0xFFFFFFFF00000000) >> 16;
+    return static_cast<uint32_t>(word) ^ static_cast<uint32_t>(word >> 32) ^ flip;
+}
+
+/// Up to seven bytes as the last ones of a word.
+inline uint64_t load_short(const char *bytes, size_t n) {
+    if (n >= 4) return load_word<uint32_t>(bytes) << (64 - 8 * n) | load_word<uint32_t>(bytes + n - 4) << 32;
+    uint64_t word = 0;
+    while (n--) word = word >> 8 | load_word<uint8_t>(bytes++) << 56;
+    return word;
+}
+
+/// h = seed word of the first byte, then h = rotate-left(h, 4) ^ c for every byte, sign-extended.
+///
+/// Eight steps turn h once round, so words that end where the key ends are summed by XOR alone and folded once.
+inline uint32_t rotate_hash(const char *key, size_t length) {
+    const uint32_t seed = xp_hash_randseed[length ? static_cast<unsigned char>(*key) : 0];
+    uint64_t sum;
+    if (length >= 8) {
+        sum = load_word<uint64_t>(key) << 1 << (63 - length % 8 * 8); // those before the first whole word, if any
+        for (const char *word = key + length % 8, *end = key + length; word != end; word += 8) {
+            sum ^= load_word<uint64_t>(word);
+            asm("" : "+r"(sum)); // no vectors: for keys as short as most they cost more than they save
+        }
+    } else {
+        sum = load_short(key, length);
+    }
+    return std::rotl(seed, static_cast<int>(length % 8 * 4)) ^ fold_word(sum);
+}
+
+inline uint32_t reduced(uint32_t hash, uint32_t bucket_count) { return bucket_count ? hash % bucket_count : hash; }
+
+} // namespace vorncore
