@@ -66,6 +66,22 @@ SIZE_IS(xp_hash_randseed, 1024);
 static void *new_object(void) { return malloc(1); }
 
 /* One block a family, so that each has its own names. */
+SIZE_IS(xp_hashitem, 24);
+AT(xp_hashitem, key, 8);
+AT(xp_hashitem, value, 16);
+SIZE_IS(xp_hashtable, 64);
+AT(xp_hashtable, bucket_count, 8);
+AT(xp_hashtable, count, 12);
+AT(xp_hashtable, key_copy, 16);
+AT(xp_hashtable, value_release, 40);
+AT(xp_hashtable, hash, 48);
+AT(xp_hashtable, compare, 56);
+SIZE_IS(xp_hashenum, 40);
+AT(xp_hashenum, current, 16);
+AT(xp_hashenum, end, 32);
+SIZE_IS(xp_hashiter, 16);
+SIZE_IS(xp_hash_randseed, 1024);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
@@ -88,6 +104,13 @@ void abi_base(void) {
         CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
         xp_destroy_datalist(data);
     }
+    {
+        xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
+        xpht_put(table, "a", "1");
+        CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
+        xp_destroy_hashtable(table);
+    }
+    CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
     {
         xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
         xpht_put(table, "a", "1");

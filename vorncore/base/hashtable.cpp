@@ -23,8 +23,6 @@ consteval uint32_t seed_of(unsigned byte) {
 }
 
 struct counted_items : pointer_pairs<xp_hashtable, xp_hashitem> {
-    static constexpr bool summarised = true;
-
     xp_hashitem *allocate() const {
         void *const block = malloc(sizeof(xp_hashitem));
         if (block) table->count++;

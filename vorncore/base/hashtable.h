@@ -36,7 +36,8 @@ typedef struct xp_hashitem {
 /* Hooks, hash and comparison may be assigned while the table is empty; after another hash function is assigned to a
  * table with items, call xpht_rehash. */
 typedef struct xp_hashtable {
-    xp_hashitem **buckets;       /* owned vector of chain heads, newest item first; null for an empty bucket */
+    xp_hashitem **buckets;       /* owned vector of chain heads, newest item first; null for an empty bucket. Changed by
+                                  * calls only: what the library knows of each chain lies behind the heads */
     int32_t bucket_count;        /* heads in the vector */
     int32_t count;               /* items */
     xp_copy_fn key_copy;         /* applied to a key that is stored; null stores it as given */

@@ -65,7 +65,8 @@ template <class Table>
 }
 
 /// What is known of a chain without touching it: the tags of its first four items, that of the head in the lowest byte.
-/// Behind the last item stands `end`; `unknown` says nothing of the item there, nor whether there is one.
+/// Behind the last item stands `end`; `unknown` says nothing of the item there, nor whether there is one. An empty
+/// chain has only ends.
 ///
 /// A search that looks here knows in most cases whether and where it will find its key, from one cache line that does
 /// not depend on the head's; without it, every item on the way costs two lines, one behind the other.
@@ -74,9 +75,8 @@ class chain_summary {
     /// The first position where an item of that tag may be, 4 if it is none of the first four.
     int candidate(uint8_t tag) const {
         const uint32_t same = tags_ ^ tag * each;
-        const uint32_t found =
-            ((tags_ - 2 * each) & ~tags_) | ((same - each) & ~same); // tops of bytes below 2, of same
-        return std::countr_zero(found & 0x80808080) / 8;
+        const uint32_t below_two = (tags_ - 2 * each) & ~tags_, zero = (same - each) & ~same; // in the top of a byte
+        return std::countr_zero((below_two | zero) & 0x80808080) / 8;
     }
     bool ends_at(int position) const { return position < 4 && (tags_ >> 8 * position & 0xFF) == sought::end; }
 
@@ -113,6 +113,7 @@ struct no_guard {
 template <class Table, class Item>
 struct pointer_pairs {
     using item = Item;
+    static constexpr bool summarised = true;
     Table *table;
 
     bool equal(const sought &k, const Item *i) const {
