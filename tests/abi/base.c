@@ -81,6 +81,12 @@ AT(xp_hashenum, current, 16);
 AT(xp_hashenum, end, 32);
 SIZE_IS(xp_hashiter, 16);
 SIZE_IS(xp_hash_randseed, 1024);
+SIZE_IS(xp_md5, 124);
+AT(xp_md5, count_high, 16);
+AT(xp_md5, count_low, 20);
+AT(xp_md5, block, 24);
+AT(xp_md5, has_text, 88);
+AT(xp_md5, text, 89);
 
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
@@ -157,5 +163,12 @@ void abi_base(void) {
         xpxop_free(objects, xpxop_alloc(objects));
         CHECK(objects->pool.cached == 1 && objects->pool.in_use == 0);
         xp_destroy_xobjpool(objects);
+    }
+    {
+        xp_md5 md5;
+        xp_md5_init(&md5);
+        xp_md5_update(&md5, "abc", 3);
+        CHECK(xp_md5_close(&md5)[0] == 0x90 && xp_md5_padding[0] == 0x80);
+        CHECK(strcmp(xp_md5_result_str(&md5), "900150983cd24fb0d6963f7d28e17f72") == 0);
     }
 }

@@ -25,6 +25,7 @@
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/convert.h"
 #include "vorncore/base/skey.h"
+#include "vorncore/base/md5.h"
 #include "vorncore/base/strutil.h"
 
 #endif

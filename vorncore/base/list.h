@@ -8,7 +8,7 @@
  *     xp_list jobs;
  *     xp_init_list(&jobs, NULL, NULL);
  *     xpls_add(&jobs, job);
- *     for (xp_listnode *n = jobs.sentinel.first; n != xpls_head(&jobs); n = n->next) run(n->datum);
+ *     for (xp_listnode *n = jobs.sentinel.first, *end = xpls_head(&jobs); n != end; n = n->next) run(n->datum);
  *     xp_close_list(&jobs);
  *
  * The nodes link back to the sentinel inside the record: a list that is in use must not be moved or copied.
