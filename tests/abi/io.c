@@ -55,6 +55,21 @@ AT(xp_xcirqueue, not_empty, 40);
 AT(xp_xcirqueue, not_full, 88);
 AT(xp_xcirqueue, queue, 136);
 AT(xp_xcirqueue, shutdown, 160);
+SIZE_IS(xpwb_block, 24);
+AT(xpwb_block, write_position, 8);
+AT(xpwb_block, flush_position, 16);
+SIZE_IS(xpwb, 120);
+AT(xpwb, message, 8);
+AT(xpwb, saved_errno, 16);
+AT(xpwb, status, 20);
+AT(xpwb, fd, 24);
+AT(xpwb, block_size, 28);
+AT(xpwb, current, 32);
+AT(xpwb, pending, 56);
+AT(xpwb, timeout, 96);
+AT(xpwb, max_pending, 100);
+AT(xpwb, flush_noti, 104);
+AT(xpwb, noti_argument, 112);
 
 void abi_io(void) {
     CHECK(strcmp(xp_ioerror_str(IOERROR_SELECTERR), "IOERROR_SELECTERR") == 0 && IOERROR_SELECTERR == -981);
@@ -94,5 +109,9 @@ void abi_io(void) {
         CHECK(xpxcq_put(queue, "a", 0) == XP_XCQ_OK && xpxcq_get(queue, &item, -1) == XP_XCQ_OK);
         CHECK(item && strcmp((const char *)item, "a") == 0);
         xp_destroy_xcirqueue(queue);
+        xpwb wb;
+        xp_init_writebuf(&wb, -1, 8);
+        CHECK(xpwb_printf(&wb, "%d", 1234) == 4 && xpwb_write_str(&wb, "5678") == -1 && wb.status == 0);
+        xp_close_writebuf(&wb);
     }
 }

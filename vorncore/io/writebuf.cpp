@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "vorncore/base/format.h"
+#include "vorncore/base/internal/number.h"
 #include "vorncore/base/internal/urlcode.h"
 #include "vorncore/io/internal/lasterror.h"
+#include "vorncore/io/internal/syscall.h"
 #include "vorncore/io/timeutil.h"
 
 using namespace vorncore;
@@ -69,9 +71,8 @@ int make_room(xpwb *wb) {
     return result == done ? 1 : -1;
 }
 
-/// 1, or the result of a writer that failed.
-int put(xpwb *wb, const char *data, size_t length) {
-    if (wb->status == failed) return -1;
+/// `put` of bytes that reach the end of the block.
+[[gnu::noinline]] int put_across(xpwb *wb, const char *data, size_t length) {
     while (length) {
         const size_t run = std::min(length, room(wb));
         memcpy(wb->current.write_position, data, run);
@@ -81,6 +82,14 @@ int put(xpwb *wb, const char *data, size_t length) {
         if (room(wb) == 0)
             if (const int result = make_room(wb); result != 1) return result;
     }
+    return 1;
+}
+
+/// 1, or the result of a writer that failed.
+int put(xpwb *wb, const char *data, size_t length) {
+    if (wb->status == failed) return -1;
+    if (length >= room(wb)) return put_across(wb, data, length);
+    wb->current.write_position = append(wb->current.write_position, data, length);
     return 1;
 }
 
@@ -128,6 +137,7 @@ void xpwb_reset(xpwb *wb, int descriptor) {
     set_empty(&wb->current);
     clear_failure(wb);
     wb->fd = descriptor;
+    wb->may_be_socket = 1;
     wb->status = done;
 }
 
@@ -149,7 +159,7 @@ int xpwb_write_str(xpwb *wb, const char *text) {
 }
 
 int xpwb_write_str_v(xpwb *wb, const char *text, ...) {
-    int sum = 0;
+    int sum = wb->status == failed ? -1 : 0;
     va_list texts;
     va_start(texts, text);
     for (; text && sum >= 0; text = va_arg(texts, const char *)) {
@@ -215,7 +225,9 @@ int xpwb_flush_anonbuf(xpwb *wb, xpwb_block *block) {
     if (block->flush_position == block->write_position) return done;
     const int length = static_cast<int>(block->write_position - block->flush_position);
     if (wb->flush_noti) wb->flush_noti(wb->noti_argument, block->flush_position, length);
-    const int written = xp_write_timeout(wb->fd, block->flush_position, length, wb->timeout);
+    sink out(wb->fd, wb->may_be_socket);
+    const int written = out.write_timeout(block->flush_position, length, wb->timeout);
+    wb->may_be_socket = out.may_be_socket();
     if (written < 0) {
         set_failure(wb, written);
         return written == IOERROR_WRITE && wb->saved_errno == EAGAIN ? pending : failed;

@@ -34,13 +34,15 @@ typedef struct xpwb_block {
     char *flush_position; /* the first byte that is not written to the descriptor yet */
 } xpwb_block;
 
-/* Sees bytes right before an attempt to write them. After a partial write the rest is shown again. */
+/* Sees bytes right before every attempt to write them, on the thread that writes: what is not taken is shown again with
+ * the next attempt. It must not write to the buffer. */
 typedef void (*xp_flush_noti_fn)(void *argument, const char *data, int length);
 
 typedef struct xpwb {
     int32_t last_error;          /* code of io/io.h, 0 when none */
-    char *message;               /* text of it, made when asked for */
-    int32_t saved_errno;         /* errno at that failure */
+    int32_t may_be_socket;       /* 0 once the descriptor turned out to be none: a write then takes one system call */
+    char *message;               /* owned: text of the last error, made when asked for */
+    int32_t saved_errno;         /* errno at the last error */
     int32_t status;              /* 1 all written or in the current block, 2 output pending, 0 failed */
     int32_t fd;                  /* borrowed: never closed */
     int32_t block_size;          /* bytes */
@@ -56,7 +58,7 @@ typedef struct xpwb {
 void xp_init_writebuf(xpwb *wb, int descriptor, int block_size);
 xpwb *xp_create_writebuf(int descriptor, int block_size);
 /* Writes what is still there, trying again every 100 ms while the descriptor would block: it may wait for ever. A
- * failed buffer drops it. */
+ * failed buffer drops it, and so does an xpwb_reset(wb, -1) right before. */
 void xp_close_writebuf(xpwb *wb);
 void xp_destroy_writebuf(xpwb *wb);
 
@@ -65,18 +67,20 @@ void xpwb_reset(xpwb *wb, int descriptor);
 /* Installs a flush notification, or none; borrows the argument. Returns the buffer. */
 xpwb *xpwb_set_flush_noti(xpwb *wb, xp_flush_noti_fn function, void *argument);
 
-/* `length` bytes. */
+/* `length` bytes, below 0 none. */
 int xpwb_write(xpwb *wb, const void *data, int length);
 /* A text, without its NUL. */
 int xpwb_write_str(xpwb *wb, const char *text);
-/* Texts up to a null; the sum of what was taken, or -1. */
+/* Texts up to a null; the sum of what was taken, or -1. Kept for callers: when the last text hits the limit, the sum of
+ * those before it. */
 int xpwb_write_str_v(xpwb *wb, const char *text, ...);
 int xpwb_write_char(xpwb *wb, int character);
 /* A text URL-encoded (base/strutil.h). The result counts characters of the text, not bytes of the output. */
 int xpwb_write_str_url_encode(xpwb *wb, const char *text);
 /* Everything that a stream gives; its failure ends the copy like its end does. The result counts bytes. */
 int64_t xpwb_write_istream(xpwb *wb, xpi_istream *stream);
-/* Formats (base/format.h) straight into the blocks. The number of bytes, or -1. */
+/* Formats (base/format.h) straight into the blocks. The number of bytes, or -1, also when the limit was hit. Output
+ * that just fills a block leaves it full: the next byte writes it. */
 int xpwb_vprintf(xpwb *wb, const char *format, va_list arguments);
 int xpwb_printf(xpwb *wb, const char *format, ...);
 
@@ -86,7 +90,8 @@ int xpwb_flush(xpwb *wb);
  */
 int xpwb_flush_anonbuf(xpwb *wb, xpwb_block *block);
 
-/* "CODE:errno=N<system text>", at most 2047 bytes; "NO ERROR" before a failure. Valid until the next failure. */
+/* "CODE:errno=N<system text>", at most 2047 bytes; "NO ERROR" before a failure. Valid until the next failure. A write
+ * that would block counts as one, and its text stays although a later flush succeeds. */
 const char *xpwb_lasterrmsg(xpwb *wb);
 
 /* An output stream over the buffer, which must outlive it. Its flush succeeds also when output stays pending. */
