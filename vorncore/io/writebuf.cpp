@@ -6,7 +6,6 @@
 #include "vorncore/base/internal/number.h"
 #include "vorncore/base/internal/urlcode.h"
 #include "vorncore/io/internal/lasterror.h"
-#include "vorncore/io/internal/syscall.h"
 #include "vorncore/io/timeutil.h"
 
 using namespace vorncore;
@@ -137,7 +136,6 @@ void xpwb_reset(xpwb *wb, int descriptor) {
     set_empty(&wb->current);
     clear_failure(wb);
     wb->fd = descriptor;
-    wb->may_be_socket = 1;
     wb->status = done;
 }
 
@@ -225,9 +223,7 @@ int xpwb_flush_anonbuf(xpwb *wb, xpwb_block *block) {
     if (block->flush_position == block->write_position) return done;
     const int length = static_cast<int>(block->write_position - block->flush_position);
     if (wb->flush_noti) wb->flush_noti(wb->noti_argument, block->flush_position, length);
-    sink out(wb->fd, wb->may_be_socket);
-    const int written = out.write_timeout(block->flush_position, length, wb->timeout);
-    wb->may_be_socket = out.may_be_socket();
+    const int written = xp_write_timeout(wb->fd, block->flush_position, length, wb->timeout);
     if (written < 0) {
         set_failure(wb, written);
         return written == IOERROR_WRITE && wb->saved_errno == EAGAIN ? pending : failed;

@@ -40,7 +40,6 @@ typedef void (*xp_flush_noti_fn)(void *argument, const char *data, int length);
 
 typedef struct xpwb {
     int32_t last_error;          /* code of io/io.h, 0 when none */
-    int32_t may_be_socket;       /* 0 once the descriptor turned out to be none: a write then takes one system call */
     char *message;               /* owned: text of the last error, made when asked for */
     int32_t saved_errno;         /* errno at the last error */
     int32_t status;              /* 1 all written or in the current block, 2 output pending, 0 failed */

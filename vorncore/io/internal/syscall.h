@@ -26,13 +26,12 @@ auto as_configured(Call call) {
 }
 
 /// Where bytes are written. A peer that is gone must not kill the process, so a socket is written with send(); what
-/// turns out to be no socket gets write() from then on: a loop keeps its sink, a record what its sink found out, and
-/// pays for the question once. A length that write() refuses is refused here: send() would cut it.
+/// turns out to be no socket gets write() from then on: a loop keeps its sink and pays for the question once. A length
+/// that write() refuses is refused here: send() would cut it.
 class sink {
   public:
-    explicit sink(int descriptor, bool may_be_socket = true) : descriptor_(descriptor), may_be_socket_(may_be_socket) {}
+    explicit sink(int descriptor) : descriptor_(descriptor) {}
     int descriptor() const { return descriptor_; }
-    bool may_be_socket() const { return may_be_socket_; }
 
     /// One system call, whatever interrupts it.
     ssize_t plain_write(const void *data, size_t length) {
@@ -58,7 +57,7 @@ class sink {
 
   private:
     int descriptor_;
-    bool may_be_socket_;
+    bool may_be_socket_ = true;
 };
 
 inline int poll_once(pollfd *entries, nfds_t count, int timeout) {
