@@ -16,6 +16,7 @@
 #include "vorncore/io/timeutil.h"
 #include "vorncore/io/xcirqueue.h"
 
+#include "vorncore/app/http.h"
 #include "vorncore/app/httpdate.h"
 #include "vorncore/app/rputil.h"
 #include "vorncore/app/httpurl.h"

@@ -9,6 +9,29 @@ AT(xp_filedata, length, 8);
 SIZE_IS(xp_http_url, 24);
 AT(xp_http_url, port, 8);
 AT(xp_http_url, path, 16);
+SIZE_IS(xp_http, 160);
+AT(xp_http, timeout, 16);
+AT(xp_http, resp_stream, 24);
+AT(xp_http, cookie_table, 32);
+AT(xp_http, header_table, 40);
+AT(xp_http, user_agent, 48);
+AT(xp_http, cookie_line, 56);
+AT(xp_http, header_block, 64);
+AT(xp_http, cookies_dirty, 72);
+AT(xp_http, headers_dirty, 76);
+AT(xp_http, errmsg, 80);
+AT(xp_http, wbuf, 88);
+AT(xp_http, rbuf, 96);
+AT(xp_http, resp_code, 104);
+AT(xp_http, resp_headers, 112);
+AT(xp_http, resp_body, 120);
+AT(xp_http, method, 128);
+AT(xp_http, max_redirects, 136);
+AT(xp_http, redirect_count, 138);
+AT(xp_http, absorb_cookies, 140);
+AT(xp_http, proxy_host, 144);
+AT(xp_http, proxy_port, 152);
+AT(xp_http, resp_maxlength, 156);
 
 void abi_app(void) {
     char date[30];
@@ -23,4 +46,10 @@ void abi_app(void) {
     char text[] = "alpha:81/x";
     xp_http_url url;
     CHECK(xp_parse_http_url(text, &url) == 1 && url.port == 81 && strcmp(url.path, "x") == 0);
+
+    xp_http client;
+    xp_init_http(&client, NULL);
+    CHECK(xphttp_get(&client, "https://alpha", NULL) == 0 &&
+          strcmp(client.errmsg, "Malformed URL <https://alpha>") == 0);
+    xp_close_http(&client);
 }

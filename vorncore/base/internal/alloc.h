@@ -55,6 +55,12 @@ inline void *must_malloc(const char *call, size_t size) {
     return block;
 }
 
+inline char *must_strdup(const char *call, const char *text) {
+    char *copy = strdup(text);
+    if (!copy) out_of_memory(call, strlen(text) + 1);
+    return copy;
+}
+
 template <class T>
 T *must_new(const char *call) {
     return static_cast<T *>(must_malloc(call, sizeof(T)));
