@@ -1,8 +1,8 @@
 // Circular doubly linked rings, written once over the layout of their nodes.
 //
 // A ring runs through a sentinel, which is its beginning and its end: an empty ring is a sentinel linked to itself.
-// Sentinels are smaller than nodes (mostly two links and nothing else); `as_node` views one as a node, of which only the
-// links may then be touched.
+// Sentinels are smaller than nodes (mostly two links and nothing else); `as_node` views one as a node, of which only
+// the links may then be touched.
 #pragma once
 
 #include <stddef.h>
