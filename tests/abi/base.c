@@ -88,6 +88,19 @@ AT(xp_md5, block, 24);
 AT(xp_md5, has_text, 88);
 AT(xp_md5, text, 89);
 
+SIZE_IS(xp_lrunode, 40);
+SIZE_IS(xp_lruitem, 56);
+AT(xp_lruitem, bucket, 32);
+AT(xp_lruitem, key, 40);
+SIZE_IS(xp_lruhash, 112);
+AT(xp_lruhash, capacity, 12);
+AT(xp_lruhash, recency, 24);
+AT(xp_lruhash, hash, 64);
+AT(xp_lruhash, key_copy, 80);
+AT(xp_lruhash, value_release, 104);
+SIZE_IS(xp_lruhashiter, 24);
+SIZE_IS(xp_lruhashenum, 24);
+
 void abi_base(void) {
     CHECK(strstr(vorncore_name, " " VORNCORE_VERSION_STRING " ") != NULL);
     CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
@@ -170,5 +183,12 @@ void abi_base(void) {
         xp_md5_update(&md5, "abc", 3);
         CHECK(xp_md5_close(&md5)[0] == 0x90 && xp_md5_padding[0] == 0x80);
         CHECK(strcmp(xp_md5_result_str(&md5), "900150983cd24fb0d6963f7d28e17f72") == 0);
+    }
+    {
+        xp_lruhash *cache = xp_create_lruhash(1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
+        xplh_put(cache, "a", "1");
+        xplh_put(cache, "b", "2");
+        CHECK(!xplh_contains(cache, "a") && strcmp((const char *)xplh_get(cache, "b"), "2") == 0);
+        xp_destroy_lruhash(cache);
     }
 }

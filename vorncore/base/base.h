@@ -16,6 +16,7 @@
 #include "vorncore/base/array.h"
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/list.h"
+#include "vorncore/base/lruhash.h"
 #include "vorncore/base/ptrbag.h"
 #include "vorncore/base/queue.h"
 #include "vorncore/base/stack.h"
