@@ -109,7 +109,8 @@ struct model {
             const int taken[] = {put(text, text.size()), put("-", 1), put(text, text.size())};
             return taken[2] < 0 ? -1 : taken[0] + taken[1] + taken[2];
         }
-        for (const unsigned char c : text) {
+        for (const char byte : text) {
+            const auto c = static_cast<unsigned char>(byte);
             char escape[4];
             snprintf(escape, sizeof escape, c == ' ' ? "+" : isalnum(c) || strchr("*-._", c) ? "%c" : "%%%02X", c);
             coded += escape;
@@ -134,7 +135,7 @@ TEST(WriteBuf, BehavesLikeItsModelUnderRandomOperations) {
         for (int step = 0; step < 80; step++) {
             std::string text;
             for (size_t i = random() % (random() % 4 ? 6 : 60) + 1; i > 0; i--) text += "a1-._* ~/%\xFF"[random() % 11];
-            const int errors[] = {0, EAGAIN, EAGAIN, random() % 8 ? EAGAIN : EIO};
+            const int errors[] = {0, EAGAIN, EAGAIN, random() % 2 ? EAGAIN : EIO};
             expected.nth = static_cast<int>(random() % 6) + 1;
             expected.error = errors[random() % 4];
             const int way = static_cast<int>(random() % (ways + 1));
