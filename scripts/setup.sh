@@ -26,6 +26,9 @@ for purpose in "${@:-build}"; do
         need clang-tidy "checks the code"
         need pkg-config "builds a program against the installed library"
         need gcovr "reports test coverage"
+        need nginx-light "the HTTP client is tested against it"
+        need tinyproxy "the HTTP client is tested through it"
+        need python3 "the HTTP client's test has a backend written in it"
         ;;
     bench)
         need libbenchmark-dev "the benchmarks are written with Google Benchmark"
@@ -37,6 +40,7 @@ for purpose in "${@:-build}"; do
         need libfmt-dev "baseline: fmt"
         need libabsl-dev "baseline: Abseil"
         need libcurl4-openssl-dev "baseline: libcurl"
+        need nginx-light "serves the benchmark of the HTTP client"
         ;;
     *)
         echo "setup: build, check or bench, not '$purpose'" >&2
@@ -51,3 +55,13 @@ as_root=
 export DEBIAN_FRONTEND=noninteractive
 $as_root apt-get update -qq
 $as_root apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+
+# Their packages start these two as services. Tests and benchmarks run their own: what was not wanted before is stopped.
+for package in "${missing[@]}"; do
+    case $package in
+    nginx-light | tinyproxy)
+        $as_root service "${package%-light}" stop >/dev/null 2>&1 || true
+        $as_root update-rc.d "${package%-light}" disable >/dev/null 2>&1 || true
+        ;;
+    esac
+done
