@@ -21,7 +21,7 @@ for purpose in "${@:-build}"; do
         ;;
     check)
         need clang "second compiler, and the fuzzer's"
-        need libclang-rt-14-dev "run-time part of clang's sanitizers and of libFuzzer"
+        need libclang-rt-dev "run-time part of clang's sanitizers and of libFuzzer"
         need clang-format "checks the format of the code"
         need clang-tidy "checks the code"
         need pkg-config "builds a program against the installed library"
