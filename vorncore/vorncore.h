@@ -18,8 +18,8 @@
 
 #include "vorncore/app/http.h"
 #include "vorncore/app/httpdate.h"
-#include "vorncore/app/rputil.h"
 #include "vorncore/app/httpurl.h"
+#include "vorncore/app/rputil.h"
 #include "vorncore/io/writebuf.h"
 
 #endif

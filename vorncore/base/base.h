@@ -15,18 +15,18 @@
 
 #include "vorncore/base/array.h"
 #include "vorncore/base/datalist.h"
+#include "vorncore/base/hashtable.h"
 #include "vorncore/base/list.h"
 #include "vorncore/base/lruhash.h"
 #include "vorncore/base/ptrbag.h"
 #include "vorncore/base/queue.h"
 #include "vorncore/base/stack.h"
-#include "vorncore/base/hashtable.h"
 
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/convert.h"
-#include "vorncore/base/skey.h"
 #include "vorncore/base/md5.h"
+#include "vorncore/base/skey.h"
 #include "vorncore/base/strutil.h"
 
 #endif
