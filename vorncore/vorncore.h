@@ -20,6 +20,7 @@
 #include "vorncore/app/httpdate.h"
 #include "vorncore/app/httpurl.h"
 #include "vorncore/app/rputil.h"
+#include "vorncore/app/quillet.h"
 #include "vorncore/io/writebuf.h"
 
 #endif

@@ -33,6 +33,15 @@ AT(xp_http, proxy_host, 144);
 AT(xp_http, proxy_port, 152);
 AT(xp_http, resp_maxlength, 156);
 
+SIZE_IS(xp_quillet, 48);
+AT(xp_quillet, port, 8);
+AT(xp_quillet, timeout, 12);
+AT(xp_quillet, state, 16);
+AT(xp_quillet, fd, 20);
+AT(xp_quillet, rbuf, 24);
+AT(xp_quillet, store_id, 32);
+AT(xp_quillet, errmsg, 40);
+
 void abi_app(void) {
     char date[30];
     CHECK(strcmp(xp_make_http_date(0, date), "Thu, 01 Jan 1970 00:00:00 GMT") == 0 && xp_parse_http_date(date) == 0);
@@ -52,4 +61,10 @@ void abi_app(void) {
     CHECK(xphttp_get(&client, "https://alpha", NULL) == 0 &&
           strcmp(client.errmsg, "Malformed URL <https://alpha>") == 0);
     xp_close_http(&client);
+
+    {
+        xp_quillet *ql = xp_create_quillet("127.0.0.1", 1, 64, 0);
+        CHECK(xpql_del(ql, "k") == XPQL_WRONG_STATE && strcmp(xpql_lasterror(ql), "NO ERROR") == 0);
+        xp_destroy_quillet(ql);
+    }
 }
