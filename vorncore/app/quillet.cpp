@@ -9,6 +9,7 @@
 
 #include "vorncore/app/internal/quilltext.h"
 #include "vorncore/base/internal/alloc.h"
+#include "vorncore/base/internal/scratch.h"
 #include "vorncore/io/io.h"
 #include "vorncore/io/socket.h"
 
@@ -65,16 +66,13 @@ piece escaped(const char *text) { return {text, true}; }
 int send_request(xp_quillet *client, request pieces) {
     size_t size = 1;
     for (const piece &part : pieces) size = saturating_sum(size, part.size());
-    char local[4096];
-    char *const line = size <= sizeof local ? local : try_array<char>(size);
-    if (!line) return io_error(client, IOERROR_WRITE); // errno says ENOMEM
-    char *end = line;
+    scratch line(size);
+    if (!line.data()) return io_error(client, IOERROR_WRITE); // errno says ENOMEM
+    char *end = line.data();
     for (const piece &part : pieces) end = part.write(end);
     *end++ = '\n';
-    const int64_t sent = xp_write_all(client->fd, line, end - line, client->timeout);
-    const int result = sent < 1 ? io_error(client, static_cast<int>(sent)) : XPQL_OK;
-    if (line != local) free(line);
-    return result;
+    const int64_t sent = xp_write_all(client->fd, line.data(), end - line.data(), client->timeout);
+    return sent < 1 ? io_error(client, static_cast<int>(sent)) : XPQL_OK;
 }
 
 int no_line(xp_quillet *client) {
