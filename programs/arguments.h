@@ -1,0 +1,31 @@
+// What the programs share in reading their command lines.
+#pragma once
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace program {
+
+constexpr int usage_error = 2; // exit code for a command line that makes no sense
+
+/// The number in the argument of an option. Anything else ends the program.
+template <class Number>
+Number number_argument(const char *program, const char *option, std::string_view text, Number least, Number most) {
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc() && end == text.data() + text.size() && number >= least && number <= most) return number;
+    fprintf(stderr, "%s: --%s: '%.*s' is no number from %lld to %lld\n", program, option, static_cast<int>(text.size()),
+            text.data(), static_cast<long long>(least), static_cast<long long>(most));
+    exit(usage_error);
+}
+
+/// Ends the program unless everything that it printed has arrived.
+inline int checked_exit(const char *program, int code) {
+    if (fflush(stdout) == 0 && !ferror(stdout)) return code;
+    fprintf(stderr, "%s: cannot write to standard output\n", program);
+    return code ? code : 3;
+}
+
+} // namespace program

@@ -1,0 +1,45 @@
+// One client's conversation: request lines in, reply lines out. Knows nothing of sockets.
+#pragma once
+
+#include "programs/quilletd/bytequeue.h"
+#include "programs/quilletd/stores.h"
+
+namespace quilletd {
+
+class session {
+  public:
+    session(stores &all, size_t max_line) : all_(all), max_line_(max_line) {}
+
+    /// What the client sent: feed it, then call answer.
+    bool feed(std::string_view bytes) { return input_.append(bytes); }
+
+    /// Answers requests until there is none left or `output_limit` bytes wait for the client; true when there is more
+    /// to answer as soon as some of that has gone. A single reply is never cut, so it may go beyond the limit.
+    bool answer(size_t output_limit);
+
+    byte_queue &output() { return output_; }
+    long long requests() const { return requests_; }
+
+  private:
+    bool next_line(char **line, size_t *length);
+    void answer_line(char *line, size_t length);
+    void put(char *arguments);
+    void get(char *arguments);
+    void begin_listing(const char *store);
+    void list_on();
+    void reply(std::string_view status, std::string_view text = {});
+    void reply(stores::result result, std::string_view done);
+
+    stores &all_;
+    size_t max_line_;
+    byte_queue input_;
+    byte_queue output_;
+    size_t scanned_ = 0;    // bytes of input known to hold no end of line
+    bool skipping_ = false; // the rest of a line that was too long
+    bool listing_ = false;
+    char listed_store_[8] = {};
+    int next_bucket_ = 0;
+    long long requests_ = 0;
+};
+
+} // namespace quilletd

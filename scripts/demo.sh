@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# demo.sh [FILE]: runs the key-value service and the command line tool on real data. Installs and builds what is missing,
+# starts quilletd on a free port, loads FILE (KEY<TAB>VALUE or KEY=VALUE a line; the character names of
+# examples/data when none is given), reads every entry back and compares it, then measures a short load.
+set -euo pipefail
+file=$(realpath "${1:-$(dirname "$0")/../examples/data/characters.tsv}")
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh build
+echo "build:   quilletd and vorn in build/release"
+[ -f build/release/build.ninja ] || cmake --preset release >/dev/null
+cmake --build --preset release --target quilletd vorn -- --quiet
+
+work=$(mktemp -d)
+service=
+cleanup() {
+    [ -z "$service" ] || kill "$service" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+fail() {
+    echo "demo: failed: $1" >&2
+    cat "$work/log" >&2
+    exit 1
+}
+
+mkfifo "$work/ready"
+build/release/bin/quilletd --port 0 >"$work/ready" 2>"$work/log" &
+service=$!
+read -r -t 20 ready <"$work/ready" || fail "the service does not start"
+address=${ready#listening on }
+echo "service: quilletd on $address"
+
+vorn=build/release/bin/vorn
+store=$($vorn kv "$address" new) || fail "no store"
+kv() { $vorn kv --store "$store" "$address" "$@"; }
+loaded=$(kv load "$file") || [ $? = 1 ] || fail "load" # 1: some lines are no entries, and said so
+echo "load:    $loaded"
+compared=$(kv check "$file") || fail "what is read back differs"
+echo "check:   $compared"
+entries=$(kv list | wc -l)
+echo "list:    $entries entries"
+[ "$entries" = "${compared%% *}" ] || fail "the listing has another number of entries"
+[ "$entries" -gt 0 ] || fail "there is no entry in $file"
+kv purge
+
+echo
+$vorn kv bench --connections 8 --seconds 3 "$address" | tee "$work/bench" || fail "load"
+echo
+
+kill "$service"
+wait "$service" || fail "the service ended with code $?"
+service=
+rate=$(awk '$1 == "all" { print $3 }' "$work/bench")
+echo "demo: passed: $entries entries of $(basename "$file") stored and read back equal, $rate operations a second, clean end"

@@ -1,0 +1,72 @@
+#include "support/harness.h"
+#include "support/program.h"
+
+namespace {
+
+TEST(Vorn, KeepsAndShowsEntries) {
+    harness::service running;
+    const std::string at = "127.0.0.1:" + std::to_string(running.port);
+    std::string id, output;
+    ASSERT_EQ(harness::run("./vorn kv " + at + " new", &id), 0);
+    id.pop_back();
+    const std::string kv = "./vorn kv --store " + id + " " + at + " ";
+    const std::string file = testing::TempDir() + "vorn_test." + std::to_string(getpid());
+    const struct {
+        std::string command; // @ stands for the file
+        int code;
+        std::string output;
+    } cases[] = {
+        {kv + "put 'a b=c#' 'x\ty\n\r'", 0, ""},
+        {kv + "get 'a b=c#'", 0, "x\ty\n\r\n"},
+        {kv + "list", 0, "a b=c#\tx\ty\n\r\n"},
+        {kv + "del 'a b=c#'", 0, ""},
+        {kv + "get 'a b=c#'", 1, "vorn kv: get: no such key or store\n"},
+        {kv + "list", 0, ""},
+        {"printf 'k=1\\n=\\tequals\\n\\nbad\\n=x\\ny=\\nk=2\\r\\na\\0b=c\\n' > @; " + kv + "load @", 1,
+         "@:4: neither a tab nor '='\n@:5: no key\n@:6: no value\n@:8: a NUL byte\n3 entries stored, 4 lines left "
+         "out\n"},
+        {kv + "list | sort", 0, "=\tequals\nk\t2\n"},
+        {kv + "list | " + kv + "check -", 0, "2 entries compared, 0 differ\n"},
+        {"printf 'k=3\\nnone=x\\n' | " + kv + "check -", 1,
+         "-:1: has another value in the store\n-:2: not in the store\n2 entries compared, 2 differ\n"},
+        {"head -c 2000000 /dev/zero | tr '\\0' x | sed 's/^/k=/' | " + kv + "load -", 1,
+         "-:1: 500 request too long\n0 entries stored, 1 lines left out\n"},
+        {kv + "load no-such-file", 3,
+         "vorn kv: no-such-file: No such file or directory\n0 entries stored, 0 lines left out\n"},
+        {kv + "get k > /dev/full", 3, "vorn: cannot write to standard output\n"},
+        {kv + "purge", 0, ""},
+        {kv + "purge", 1, "vorn kv: purge: no such store\n"},
+        {kv + "list", 1, "vorn kv: list: no such store\n"},
+        {"./vorn kv " + at + " get k", 2,
+         "vorn kv: --store with an id of at most 7 characters is needed for get, try --help\n"},
+        {"./vorn kv --store 12345678 " + at + " purge", 2,
+         "vorn kv: --store with an id of at most 7 characters is needed for purge, try --help\n"},
+        {kv + "put k", 2, "vorn kv: wrong number of arguments for put, try --help\n"},
+        {"./vorn kv nowhere new", 2, "vorn kv: no HOST:PORT: nowhere, try --help\n"},
+    };
+    for (const auto &c : cases) {
+        std::string command = c.command, expected = c.output;
+        for (std::string *text : {&command, &expected})
+            for (size_t i; (i = text->find('@')) != std::string::npos;) text->replace(i, 1, file);
+        EXPECT_EQ(harness::run(command, &output), c.code) << command;
+        EXPECT_EQ(output, expected) << command;
+    }
+    unlink(file.c_str());
+    EXPECT_EQ(harness::run("./vorn kv bench --connections 2 --seconds 1 --ratio 1:1 " + at, &output), 0);
+    EXPECT_NE(output.find("\nall "), std::string::npos) << output;
+    EXPECT_EQ(running.end(SIGTERM), 0);
+    EXPECT_EQ(harness::run(kv + "get k", &output), 3);
+    EXPECT_NE(output.find("IOERROR_CONNECT:errno=111 (Connection refused)"), std::string::npos) << output;
+}
+
+TEST(Vorn, TellsAboutItself) {
+    std::string output;
+    EXPECT_EQ(harness::run("./vorn kv --help", &output), 0);
+    EXPECT_NE(output.find("Exit codes:"), std::string::npos);
+    EXPECT_EQ(harness::run("./vorn --version", &output), 0);
+    EXPECT_EQ(harness::run("./vorn", &output), 2);
+    EXPECT_EQ(harness::run("./vorn nonsense", &output), 2);
+    EXPECT_EQ(output.find("vorn: no command 'nonsense'"), 0U);
+}
+
+} // namespace
