@@ -62,6 +62,26 @@ AT(xp_hashenum, current, 16);
 AT(xp_hashenum, end, 32);
 SIZE_IS(xp_hashiter, 16);
 SIZE_IS(xp_hash_randseed, 1024);
+SIZE_IS(xp_dataarray, 40);
+AT(xp_dataarray, copy, 8);
+AT(xp_dataarray, release, 16);
+AT(xp_dataarray, item_size, 24);
+AT(xp_dataarray, capacity, 28);
+AT(xp_dataarray, initial_capacity, 32);
+AT(xp_dataarray, count, 36);
+SIZE_IS(xp_datahash, 72);
+AT(xp_dataitem, data, 8);
+AT(xp_datahash, bucket_count, 8);
+AT(xp_datahash, key_size, 12);
+AT(xp_datahash, item_size, 16);
+AT(xp_datahash, count, 20);
+AT(xp_datahash, key_copy, 24);
+AT(xp_datahash, value_release, 48);
+AT(xp_datahash, hash, 56);
+AT(xp_datahash, compare, 64);
+SIZE_IS(xp_datahashenum, 40);
+AT(xp_datahashenum, current, 16);
+AT(xp_datahashenum, end, 32);
 
 static void *new_object(void) { return malloc(1); }
 
@@ -122,6 +142,18 @@ void abi_base(void) {
         xp_datalist *data = xp_create_datalist(2, NULL, NULL);
         CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
         xp_destroy_datalist(data);
+    }
+    {
+        xp_dataarray *numbers = xp_create_dataarray(1, sizeof(int), NULL, NULL);
+        int n = 7;
+        CHECK(*(int *)xpda_add(numbers, &n) == 7 && xpda_insert(numbers, 0, NULL) == numbers->data);
+        xp_destroy_dataarray(numbers);
+    }
+    {
+        xp_datahash *squares = xp_create_datahash(3, NULL, NULL, sizeof(int), NULL, NULL, sizeof(int), NULL, NULL);
+        int n = 7, square = 49;
+        CHECK(xpdh_put(squares, &n, &square) == 1 && *(int *)xpdh_get(squares, &n) == 49);
+        xp_destroy_datahash(squares);
     }
     {
         xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);

@@ -14,6 +14,8 @@
 #include "vorncore/base/types.h"
 
 #include "vorncore/base/array.h"
+#include "vorncore/base/dataarray.h"
+#include "vorncore/base/datahash.h"
 #include "vorncore/base/datalist.h"
 #include "vorncore/base/hashtable.h"
 #include "vorncore/base/list.h"

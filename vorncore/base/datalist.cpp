@@ -2,6 +2,7 @@
 
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/ringlist.h"
+#include "vorncore/base/internal/slot.h"
 
 using namespace vorncore;
 
@@ -13,11 +14,7 @@ struct data_kind {
 
     static node *make(const list *of, const void *source) {
         auto *made = static_cast<node *>(malloc(saturating_sum(sizeof(node), of->item_size)));
-        if (!made) return nullptr;
-        if (of->copy)
-            of->copy(made->data, source);
-        else if (source)
-            memcpy(made->data, source, of->item_size);
+        if (made) fill_slot(of->copy, made->data, source, of->item_size);
         return made;
     }
     static void *item(node *of) { return of->data; }

@@ -330,10 +330,10 @@ class hash_chains : public Layout {
     }
 
     /// The tag of the key in a new or overwritten item: a copy hook may have stored another one than was searched for.
-    uint8_t stored_tag(const sought &k, const item *i) const {
-        if constexpr (!Layout::summarised) return sought::unknown;
-        if (k.tag == sought::unknown || !this->table->key_copy) return k.tag;
-        return sought_in(this->table, this->key(i)).tag;
+    uint8_t stored_tag(const sought &k, [[maybe_unused]] const item *i) const {
+        if constexpr (Layout::summarised)
+            if (k.tag != sought::unknown && this->table->key_copy) return sought_in(this->table, this->key(i)).tag;
+        return k.tag;
     }
 
     int position_of(uint32_t bucket, const item *i) const {

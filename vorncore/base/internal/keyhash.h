@@ -43,10 +43,8 @@ inline size_t text_length(const char *text) {
     return static_cast<size_t>(reinterpret_cast<const char *>(block) - text + std::countr_zero(zeros));
 }
 
-/// strcmp(a, b) == 0 for an `a` of known length.
-inline bool equal_texts(const char *a, size_t length, const char *b) {
-    if (!VORNCORE_READ_TO_PAGE_END || reinterpret_cast<uintptr_t>(b) % 4096 + length >= 4096) return strcmp(a, b) == 0;
-    const size_t n = length + 1; // the NUL is compared too
+/// memcmp(a, b, n) == 0, inlined; n > 0.
+inline bool equal_bytes(const char *a, const char *b, size_t n) {
     if (n >= 8) {
         for (size_t i = 0; i + 8 < n; i += 8)
             if (load_word<uint64_t>(a + i) != load_word<uint64_t>(b + i)) return false;
@@ -56,6 +54,12 @@ inline bool equal_texts(const char *a, size_t length, const char *b) {
         return load_word<uint32_t>(a) == load_word<uint32_t>(b) &&
                load_word<uint32_t>(a + n - 4) == load_word<uint32_t>(b + n - 4);
     return a[0] == b[0] && a[n / 2] == b[n / 2] && a[n - 1] == b[n - 1];
+}
+
+/// strcmp(a, b) == 0 for an `a` of known length.
+inline bool equal_texts(const char *a, size_t length, const char *b) {
+    if (!VORNCORE_READ_TO_PAGE_END || reinterpret_cast<uintptr_t>(b) % 4096 + length >= 4096) return strcmp(a, b) == 0;
+    return equal_bytes(a, b, length + 1); // the NUL is compared too
 }
 
 /// h = rotate-left(h, 4) ^ c from h = 0 for the eight bytes of a word, first byte lowest; each byte is sign-extended.
