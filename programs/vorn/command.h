@@ -17,6 +17,10 @@ struct command {
     int (*run)(int count, char **arguments);
 };
 
+int base64(int count, char **arguments);
+int date(int count, char **arguments);
+int fetch(int count, char **arguments);
 int kv(int count, char **arguments);
+int urlencode(int count, char **arguments);
 
 } // namespace vorn

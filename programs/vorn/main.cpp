@@ -10,12 +10,16 @@
 namespace {
 
 const vorn::command commands[] = {
+    {"base64", "encode and decode base64", vorn::base64},
+    {"date", "read and write HTTP dates", vorn::date},
+    {"fetch", "get, post and store over HTTP", vorn::fetch},
     {"kv", "talk to the key-value service: new, put, get, del, list, purge, load, check, bench", vorn::kv},
+    {"urlencode", "encode and decode for URLs", vorn::urlencode},
 };
 
 int usage(FILE *out, int code) {
     fputs("usage: vorn COMMAND [ARGUMENT]...\n       vorn COMMAND --help\n       vorn --version\n\n", out);
-    for (const auto &command : commands) fprintf(out, "  %-6s %s\n", command.name, command.summary);
+    for (const auto &command : commands) fprintf(out, "  %-10s %s\n", command.name, command.summary);
     return code;
 }
 
