@@ -166,7 +166,7 @@ bool server::receive(connection &c) {
 void server::advance(connection &c) {
     const bool more = c.talk.answer(output_limit);
     if (!flush(c)) return;
-    const bool sending = more || !c.talk.output().empty();
+    const bool sending = more || c.talk.waiting() > 0;
     if (c.input_ended && !sending) return drop(c, nullptr);
     uint32_t events = 0;
     if (!c.input_ended && !more) events |= EPOLLIN;
@@ -178,18 +178,13 @@ void server::advance(connection &c) {
 
 /// Sends what the socket takes. False when the connection is gone.
 bool server::flush(connection &c) {
-    byte_queue &output = c.talk.output();
-    while (!output.empty()) {
-        const size_t size = std::min<size_t>(output.size(), 1 << 30);
-        const int sent = xp_write_timeout(c.fd, output.data(), static_cast<int>(size), -1);
-        if (sent < 0 && would_block(errno)) return true;
-        if (sent < 0) {
-            drop(c, strerror(errno));
-            return false;
-        }
-        output.drop(static_cast<size_t>(sent));
-        touch(c);
+    const size_t before = c.talk.waiting();
+    xpwb *output = c.talk.output();
+    if (xpwb_flush(output) == 0) {
+        drop(c, strerror(output->saved_errno));
+        return false;
     }
+    if (c.talk.waiting() < before) touch(c);
     return true;
 }
 

@@ -19,8 +19,9 @@ struct options {
     bool quiet = false;
 };
 
-/// All connections are served on one thread. A connection costs its record while it is idle; at work it holds at most
-/// one line and one chunk of input, and about 256 KiB of output: beyond that its requests wait until it reads.
+/// All connections are served on one thread. A connection costs its record and a block of output while it is idle;
+/// at work it holds at most one line and one chunk of input, and about 256 KiB of output: beyond that its requests wait
+/// until it reads.
 class server {
   public:
     explicit server(const options &chosen);
@@ -38,7 +39,7 @@ class server {
 
   private:
     struct connection {
-        connection(int descriptor, stores &all, size_t max_line) : fd(descriptor), talk(all, max_line) {}
+        connection(int descriptor, stores &all, size_t max_line) : fd(descriptor), talk(all, max_line, descriptor) {}
         int fd; // -1 once it is closed
         session talk;
         bool input_ended = false;

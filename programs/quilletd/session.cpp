@@ -1,7 +1,5 @@
 #include "programs/quilletd/session.h"
 
-#include <new>
-
 namespace quilletd {
 
 namespace {
@@ -16,7 +14,8 @@ char *cut_at(char *text, char separator) {
 } // namespace
 
 bool session::answer(size_t output_limit) {
-    while (output_.size() < output_limit) {
+    while (waiting() < output_limit) {
+        if (output_.status == 0) return false;
         char *line;
         size_t length;
         if (listing_) {
@@ -102,15 +101,17 @@ void session::begin_listing(const char *store) {
 /// A store that is purged meanwhile ends its listing.
 void session::list_on() {
     next_bucket_ = all_.list_bucket(listed_store_, next_bucket_, [this](const char *key, const char *value) {
-        if (!output_.append(key) || !output_.append("=")) throw std::bad_alloc();
-        reply(value);
+        write(key);
+        reply("=", value);
     });
     listing_ = next_bucket_ != 0;
     if (!listing_) reply("");
 }
 
 void session::reply(std::string_view status, std::string_view text) {
-    if (!output_.append(status) || !output_.append(text) || !output_.append("\n")) throw std::bad_alloc();
+    write(status);
+    write(text);
+    xpwb_write_char(&output_, '\n');
 }
 
 void session::reply(stores::result result, std::string_view done) {
