@@ -1,20 +1,23 @@
 #!/usr/bin/env bash
 # demo.sh [FILE]: runs the key-value service and the command line tool on real data. Installs and builds what is missing,
 # starts quilletd on a free port, loads FILE (KEY<TAB>VALUE or KEY=VALUE a line; the character names of
-# examples/data when none is given), reads every entry back and compares it, then measures a short load.
+# examples/data when none is given), reads every entry back and compares it, fetches pages of a
+# local web server and stores their headers, then measures a short load.
 set -euo pipefail
 file=$(realpath "${1:-$(dirname "$0")/../examples/data/characters.tsv}")
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh build
+scripts/setup.sh build demo
 echo "build:   quilletd and vorn in build/release"
 [ -f build/release/build.ninja ] || cmake --preset release >/dev/null
 cmake --build --preset release --target quilletd vorn -- --quiet
 
 work=$(mktemp -d)
 service=
+web=
 cleanup() {
     [ -z "$service" ] || kill "$service" 2>/dev/null || true
+    [ -z "$web" ] || kill "$web" 2>/dev/null || true
     rm -rf "$work"
 }
 trap cleanup EXIT
@@ -46,6 +49,30 @@ echo "list:    $entries entries"
 [ "$entries" = "${compared%% *}" ] || fail "the listing has another number of entries"
 [ "$entries" -gt 0 ] || fail "there is no entry in $file"
 kv purge
+
+# Pages of a real web server: their headers become entries of a store.
+python3 -u -m http.server 0 --bind 127.0.0.1 --directory docs >"$work/web" 2>/dev/null &
+web=$!
+for _ in $(seq 100); do
+    port=$(sed -n 's/^Serving HTTP on .* port \([0-9]*\).*/\1/p' "$work/web")
+    [ -z "$port" ] || break
+    sleep 0.1
+done
+[ -n "$port" ] || fail "the web server does not start"
+store=$($vorn kv "$address" new) || fail "no store"
+for page in docs/*.md; do
+    name=$(basename "$page")
+    $vorn fetch -v -o "$work/page" "http://127.0.0.1:$port/$name" 2>"$work/head" || fail "fetch $name"
+    cmp -s "$page" "$work/page" || fail "$name came over differently"
+    sed -n "s|^\([^:]*\): *\(.*\)|$name \1\t\2|p" "$work/head"
+done >"$work/headers"
+kv load "$work/headers" >/dev/null && kv check "$work/headers" >/dev/null || fail "the headers of the pages"
+length=$(kv get "architecture.md Content-length")
+[ "$length" = "$(wc -c <docs/architecture.md)" ] || fail "Content-length is $length"
+echo "fetch:   $(ls docs/*.md | wc -l) pages over HTTP, $(wc -l <"$work/headers") header lines stored and read back"
+kv purge
+kill "$web"
+web=
 
 echo
 $vorn kv bench --connections 8 --seconds 3 "$address" | tee "$work/bench" || fail "load"

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# setup.sh build|check|bench ...: installs what is missing for building and testing, for all checks, for the benchmarks.
+# setup.sh build|demo|check|bench ...: installs what is missing for building and testing, for the demonstration, for all
+# checks, for the benchmarks.
 # Says what it installs and why; does nothing where everything is there.
 set -euo pipefail
 
@@ -18,6 +19,9 @@ for purpose in "${@:-build}"; do
         need ninja-build "runs the build"
         need binutils "the test of the exported names reads them with nm"
         need libgtest-dev "the tests are written with Google Test"
+        ;;
+    demo)
+        need python3 "serves the pages that the demonstration fetches"
         ;;
     check)
         need clang "second compiler, and the fuzzer's"
@@ -43,7 +47,7 @@ for purpose in "${@:-build}"; do
         need nginx-light "serves the benchmark of the HTTP client"
         ;;
     *)
-        echo "setup: build, check or bench, not '$purpose'" >&2
+        echo "setup: build, demo, check or bench, not '$purpose'" >&2
         exit 2
         ;;
     esac
