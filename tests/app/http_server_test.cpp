@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr size_t sizes[] = {0, 1 << 10, 1 << 16, 16 << 20};
+
 /// nginx with files of some sizes, before a backend that tells what it has read, and a forward proxy.
 struct servers {
     harness::temporary_folder folder;
@@ -25,8 +27,7 @@ struct servers {
     servers() {
         std::mt19937 random(1);
         for (char &byte : bytes) byte = static_cast<char>(random());
-        for (const size_t size : {0, 1 << 10, 1 << 16, 16 << 20})
-            web.folder().write(std::to_string(size), bytes.substr(0, size));
+        for (const size_t size : sizes) web.folder().write(std::to_string(size), bytes.substr(0, size));
     }
     bool start() {
         if (!backend.says("ready\n")) return false;
@@ -71,7 +72,7 @@ class HttpServers : public testing::Test {
 };
 
 TEST_F(HttpServers, FilesArriveWhole) {
-    for (const size_t size : {0, 1 << 10, 1 << 16, 16 << 20}) {
+    for (const size_t size : sizes) {
         ASSERT_EQ(get(std::to_string(size)), 1) << client_.errmsg;
         EXPECT_TRUE(body_is(std::string_view(running->bytes).substr(0, size))) << size;
     }
