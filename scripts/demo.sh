@@ -67,8 +67,8 @@ for page in docs/*.md; do
     sed -n "s|^\([^:]*\): *\(.*\)|$name \1\t\2|p" "$work/head"
 done >"$work/headers"
 kv load "$work/headers" >/dev/null && kv check "$work/headers" >/dev/null || fail "the headers of the pages"
-length=$(kv get "architecture.md Content-length")
-[ "$length" = "$(wc -c <docs/architecture.md)" ] || fail "Content-length is $length"
+length=$(kv get "architecture.md Content-Length") || fail "no length of a page"
+[ "$length" = "$(wc -c <docs/architecture.md)" ] || fail "Content-Length is $length"
 echo "fetch:   $(ls docs/*.md | wc -l) pages over HTTP, $(wc -l <"$work/headers") header lines stored and read back"
 kv purge
 kill "$web"
