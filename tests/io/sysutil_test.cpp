@@ -1,17 +1,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <thread>
-#include <vector>
 
 #include "support/channel.h"
 #include "support/fault.h"
@@ -117,7 +113,7 @@ TEST(Counter, ManyThreads) {
 }
 
 TEST(Counter, Averages) {
-    const xp_acounter_snapshot zero = {0, 0}, some = {61, 3}, high = {0xFFFFFFF0, 0xFFFFFFFF}, wrapped = {16, 1};
+    const xp_acounter_snapshot zero = {0, 0}, some = {62, 3}, high = {0xFFFFFFF0, 0xFFFFFFFF}, wrapped = {16, 1};
     xp_average result;
     EXPECT_EQ(xp_avg_acounter(&zero, &some, &result), &result);
     EXPECT_EQ(result.average * 10 + result.count, 203u);
