@@ -123,6 +123,7 @@ TEST(ResPool, MakesTextsThatItOwnsAndLeaksNothing) {
         const char *const none = nullptr;
         while (rp->count < 15) xprp_add(rp, nullptr, record_release);
         EXPECT_EQ(xprp_strdup(rp, none), none);
+        EXPECT_EQ(rp->count, 15);
         const std::pair<const char *, std::string> texts[] = {
             {xprp_strdup(rp, "abc"), "abc"},
             {xprp_strcat(rp, "ab", ""), "ab"},
