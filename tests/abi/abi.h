@@ -12,6 +12,10 @@ extern int abi_failures;
     ((condition) ? (void)0 : (void)(abi_failures++, printf("%s:%d: %s\n", __FILE__, __LINE__, #condition)))
 #define SIZE_IS(record, size)     static_assert(sizeof(record) == (size), #record)
 #define AT(record, field, offset) static_assert(offsetof(record, field) == (offset), #record "." #field)
+/* A record, and where its last field lies. */
+#define RECORD(record, size, last, offset)                                                                             \
+    SIZE_IS(record, size);                                                                                             \
+    AT(record, last, offset)
 
 void abi_base(void);
 void abi_io(void);

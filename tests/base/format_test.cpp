@@ -1,12 +1,10 @@
 #include "vorncore/base/format.h"
 
 #include <limits.h>
-#include <string.h>
-
-#include <algorithm>
-#include <random>
 
 #include "support/harness.h"
+
+using namespace harness;
 
 namespace {
 
@@ -49,44 +47,33 @@ std::string formatted(const char *format, ...) {
     return whole;
 }
 
-TEST(Format, LaysOutEveryDirective) {
+TEST(Format, LaysOutWhatThePlatformDoesNot) {
     const auto null = static_cast<char *>(nullptr);
     const auto address = reinterpret_cast<void *>(0xABC0);
     const struct {
         const char *expected;
         std::string output;
     } cases[] = {
-        {"", formatted("")},
-        {"  007|7    |-0042", formatted("%5.3d|%-5d|%05d", 7, 7, -42)},
-        {"+5| 5|+5|5 ", formatted("%+d|% d|%+ d|%-02i", 5, 5, 5, 5)},
+        {"5   |   5|+5|5 ", formatted("%*d|%*d|%+ d|%-02i", -4, 5, 4, 5, 5, 5)},
         {"4294967295 18446744073709551615", formatted("%+u % llu", ~0u, ~0ull)},
-        {"5   |   5", formatted("%*d|%*d", -4, 5, 4, 5)},
         // precision: of a negative argument the absolute value; "." alone is 0, which still prints the digit of 0
         {"005|0|5|0||", formatted("%.*d|%.d|%.ld|%.0x|%.0s|", -3, 5, 0, 5l, 0, "text")},
-        {"  005|005  ", formatted("%05.3d|%0-5.3d", 5, 5)},
-        {"0xff|0XFF|010|0|0|0", formatted("%#x|%#X|%#o|%#x|%#o|%#X", 255, 255, 8, 0, 0, 0)},
-        {"0x00ff|0010|0x000000ff|5", formatted("%#06x|%#.3o|%#.8lx|%#u", 255, 8, 255l, 5)},
-        {"1010|00001010|10", formatted("%b|%08b|%#b", 10, 10, 2)},
-        {"11111111111111111111111111111111", formatted("%b", ~0u)},
-        {"abc0|0xabc0|  abc0|00abc0|abc0",
-         formatted("%p|%#p|%6p|%06p|%+p", address, address, address, address, address)},
+        {"  005|005  |0010|5", formatted("%05.3d|%0-5.3d|%#.3o|%#u", 5, 5, 8, 5)},
+        {"1010|00001010|10|11111111111111111111111111111111", formatted("%b|%08b|%#b|%b", 10, 10, 2, ~0u)},
+        {"abc0|0xabc0|00abc0|abc0", formatted("%p|%#p|%06p|%+p", address, address, address, address)},
         {")lin(|  )lin(|00)lin(", formatted("%p|%#7p|%07p", nullptr, nullptr, nullptr)},
         // the most negative number has no digits
-        {"-|   -|-   |-00|-", formatted("%d|%4d|%-4lld|%.2d|%'ld", INT_MIN, INT_MIN, LLONG_MIN, INT_MIN, LONG_MIN)},
-        {"-000", formatted("%+04d", INT_MIN)},
+        {"-|-   |-00|-", formatted("%d|%-4lld|%.2d|%'ld", INT_MIN, LLONG_MIN, INT_MIN, LONG_MIN)},
         {"1,234,567|999|0,001|-1,000", formatted("%'d|%'u|%'.4d|%'lld", 1234567, 999u, 1, -1000ll)},
         {"   1,000|1,000   |     001", formatted("%'08d|%-'8d|%'8.3d", 1000, 1000, 1)},
         {"1111 1111|1 0000|0001", formatted("%'b|%'b|%'.4b", 255, 16, 1)},
         {"ff|123456|4d2", formatted("%'x|%'o|%'p", 255, 0123456, reinterpret_cast<void *>(1234))},
-        {"18,446,744,073,709,551,615", formatted("%'llu", ~0ull)},
-        {"A|    A|A    |B", formatted("%c|%05c|%-5c|%.9c", 65, 65, 65, 0x142)},
-        {"ab|  ab|ab  |abc", formatted("%.2s|%04.2s|%-4.2s|%.9s", "abc", "abc", "abc", "abc")},
+        {"    A|B|  ab", formatted("%05c|%.9c|%04.2s", 65, 0x142, "abc")},
         {"(null)|(nu|   (nu", formatted("%s|%.3s|%6.3s", null, null, null)},
         {"%|100%|%d", formatted("%%|100%%|%%d")},
         // malformed: "%" and the rest as it stands; no argument is taken, the next directive gets the first
         {"%f %ls %*.*q %hd %5.-3d 9", formatted("%f %ls %*.*q %hd %5.-3d %d", 9)},
         {"%llld %lp %lc %lb %zu %5%d 9%", formatted("%llld %lp %lc %lb %zu %5%%d %d%", 9)},
-        {"%5", formatted("%5")},
         {"%-+ 0#'12.34ll", formatted("%-+ 0#'12.34ll")},
     };
     for (const auto &c : cases) EXPECT_EQ(c.output, c.expected);
@@ -98,10 +85,9 @@ TEST(Format, LaysOutEveryDirective) {
 TEST(Format, AgreesWithThePlatformOnWhatBothKnow) {
     std::mt19937 random(1);
     const auto one_in = [&](unsigned n) { return random() % n == 0; };
-    for (int round = 0; round < 200'000; round++) {
+    for (int round = 0; round < 200'000 && !HasFailure(); round++) {
         const char conversion = "diuxXocs"[random() % 8];
-        const bool textual = conversion == 'c' || conversion == 's', wide = !textual && one_in(2);
-        const bool precise = one_in(2);
+        const bool textual = conversion == 'c' || conversion == 's', wide = !textual && one_in(2), precise = one_in(2);
         const auto precision = random() % 40;
         std::string format = "<%";
         for (unsigned flags = one_in(2) ? 0 : random() % 4; flags; flags--) {
@@ -109,7 +95,7 @@ TEST(Format, AgreesWithThePlatformOnWhatBothKnow) {
             if (flag != '#' || (strchr("xXo", conversion) && !(precise && conversion == 'o'))) format += flag;
         }
         if (one_in(2)) format += std::to_string(1 + random() % 40);
-        if (precise) format.append(".").append(std::to_string(precision));
+        if (precise) format += '.' + std::to_string(precision);
         if (wide) format += one_in(2) ? "ll" : "l";
         format += conversion;
         format += one_in(2) ? ">" : "> and a tail of some length";
@@ -120,22 +106,16 @@ TEST(Format, AgreesWithThePlatformOnWhatBothKnow) {
         const auto compare = [&](auto argument) {
             char expected[256];
             snprintf(expected, sizeof(expected), format.c_str(), argument);
-            ASSERT_EQ(formatted(format.c_str(), argument), expected) << format << " of " << value;
+            EXPECT_EQ(formatted(format.c_str(), argument), expected) << format << " of " << value;
         };
-        if (conversion == 's')
-            compare("a text of a certain length");
-        else if (wide)
-            compare(value);
-        else
-            compare(static_cast<int>(conversion == 'c' ? 'a' + (value & 15) : value));
-        if (HasFailure()) break;
+        if (conversion == 's') compare("a text of a certain length");
+        if (conversion == 'c') compare(static_cast<int>('a' + (value & 15)));
+        if (!textual && wide) compare(value);
+        if (!textual && !wide) compare(static_cast<int>(value));
     }
-}
-
-TEST(Format, ReadsNoFurtherThanItMay) {
-    harness::guard_page text("abc"), format(std::string_view("text %5\0", 8));
+    guard_page text("abc"); // nothing is read that need not be
     EXPECT_EQ(formatted("%.3s|%-3.*s", text.data(), 2, text.data()), "abc|ab ");
-    EXPECT_EQ(formatted(format.data()), "text %5");
+    EXPECT_EQ(formatted(guarded_text("text %5").data()), "text %5");
 }
 
 TEST(Format, RefusalLeavesTheCursorAndTheBytesWritten) {
@@ -151,45 +131,31 @@ TEST(Format, RefusalLeavesTheCursorAndTheBytesWritten) {
 
 TEST(Format, HugeWidthsAndPrecisionsSaturate) {
     static char area[1 << 20];
-    const auto discard = [](xp_fmt_target *) -> int32_t { return 1; };
-    const auto refuse = [](xp_fmt_target *) -> int32_t { return 0; };
-    for (const char *format : {"%2147483647d", "%99999999999999999999o", "%-2147483648c", "%.2147483647xand more"}) {
-        xp_fmt_target target = {area, area + sizeof(area), nullptr, discard};
+    static int32_t answer; // of the target that is asked for more room
+    xp_fmt_target target = {area, area + sizeof area, nullptr, [](xp_fmt_target *) { return answer; }};
+    answer = 1;
+    for (const char *format : {"%2147483647d", "%99999999999999999999o", "%-2147483648c", "%.2147483647xand more"})
         EXPECT_EQ(xp_format(&target, format, 1), INT_MAX) << format;
-    }
-    for (const char *format : {"%*d", "%.*u", "%'.*d", "%'.*b", "%#.*x"}) {
-        xp_fmt_target target = {area, area + sizeof(area), nullptr, refuse};
+    answer = 0;
+    for (const char *format : {"%*d", "%.*u", "%'.*d", "%'.*b", "%#.*x"})
         EXPECT_EQ(xp_format(&target, format, INT_MIN, 1), -1) << format;
-    }
 }
 
 TEST(Format, StringsGrow) {
-    for (const int length : {0, 1, 63, 64, 65, 128, 129, 1000, 100'000}) {
+    for (const int length : {0, 1, 63, 64, 65, 128, 129, 100'000}) {
         const std::string text(static_cast<size_t>(length), 'x');
-        for (char *string :
-             {xp_sprintf("%s", text.c_str()), xp_sprintf(text.c_str()), xp_sprintf("%.*s", length, text.c_str())}) {
-            EXPECT_EQ(string, text);
-            free(string);
-        }
+        oom_sweep([&] {
+            const auto end = static_cast<char *>(nullptr);
+            const std::pair<char *, std::string> made[] = {{xp_sprintf("%s", text.c_str()), text},
+                                                           {xp_sprintf(text.c_str()), text},
+                                                           {xp_strdup_v(text.c_str(), "", "bc", end), text + "bc"},
+                                                           {xp_strdup_v(end), ""}};
+            for (const auto &[string, expected] : made) {
+                EXPECT_TRUE(!string || string == expected) << length;
+                free(string);
+            }
+        });
     }
-    const std::string text(300, 'x');
-    harness::oom_sweep([&] {
-        char *string = xp_sprintf("%s%d", text.c_str(), 1);
-        EXPECT_TRUE(!string || string == text + "1");
-        free(string);
-    });
-}
-
-TEST(Format, JoinsTexts) {
-    const auto end = static_cast<char *>(nullptr);
-    harness::oom_sweep([=] {
-        const std::pair<char *, const char *> cases[] = {{xp_strdup_v("a", "", "bc", end), "abc"},
-                                                         {xp_strdup_v(end), ""}};
-        for (const auto &[joined, expected] : cases) {
-            EXPECT_TRUE(!joined || strcmp(joined, expected) == 0);
-            free(joined);
-        }
-    });
 }
 
 /// What a front end did to its device, which takes so many bytes and then no more.
@@ -205,47 +171,42 @@ struct device {
     }
 };
 
-int print_to_file(device &to, size_t length) {
+int print_to_file(device &to, int length) {
     const auto write = [](void *cookie, const char *, size_t size) {
         return static_cast<ssize_t>(static_cast<device *>(cookie)->take(size));
     };
     FILE *file = fopencookie(&to, "w", {nullptr, write, nullptr, nullptr});
     setvbuf(file, nullptr, _IONBF, 0); // one write for one fwrite
-    const int result = xp_fprintf(file, "%*s", static_cast<int>(length), "");
+    const int result = xp_fprintf(file, "%*s", length, "");
     fclose(file);
     return result;
 }
 
-int print_to_stream(device &to, size_t length) {
+int print_to_stream(device &to, int length) {
     xpi_ostream stream = {};
     stream.context = &to;
     stream.write = [](void *self, const void *, uint32_t size) {
         return static_cast<int32_t>(static_cast<device *>(static_cast<xpi_ostream *>(self)->context)->take(size));
     };
-    return xp_osprintf(&stream, "%*s", static_cast<int>(length), ""); // flush is null: not called
+    return xp_osprintf(&stream, "%*s", length, ""); // flush is null: not called
 }
 
 TEST(Format, FrontEndsHandOverWholeStagingAreas) {
     const struct {
-        int (*print)(device &, size_t);
-        size_t length, takes;
+        int (*print)(device &, int);
+        int length;
+        size_t takes;
         std::vector<size_t> pieces;
         int result;
-    } cases[] = {
-        {print_to_file, 0, 0, {}, 0},
-        {print_to_file, 79, 79, {79}, 79},
-        {print_to_file, 160, 160, {80, 80}, 160},
-        {print_to_file, 161, 161, {80, 80, 1}, 161},
-        {print_to_file, 161, 160, {80, 80, 1}, -1},
-        {print_to_file, 160, 80, {80, 80}, -1},
-        {print_to_file, 161, 0, {80}, -1},
-        {print_to_stream, 0, 0, {}, 0},
-        {print_to_stream, 4096, 4096, {4096}, 4096},
-        {print_to_stream, 8193, 8193, {4096, 4096, 1}, 8193},
-        {print_to_stream, 8200, 8199, {4096, 4096, 8}, -1},
-        {print_to_stream, 8192, 8191, {4096, 4096}, -1},
-        {print_to_stream, 8193, 4095, {4096}, -1},
-    };
+    } cases[] = {{print_to_file, 0, 0, {}, 0},
+                 {print_to_file, 160, 160, {80, 80}, 160},
+                 {print_to_file, 161, 161, {80, 80, 1}, 161},
+                 {print_to_file, 161, 160, {80, 80, 1}, -1},
+                 {print_to_file, 160, 80, {80, 80}, -1},
+                 {print_to_stream, 4096, 4096, {4096}, 4096},
+                 {print_to_stream, 8193, 8193, {4096, 4096, 1}, 8193},
+                 {print_to_stream, 8200, 8199, {4096, 4096, 8}, -1},
+                 {print_to_stream, 8193, 4095, {4096}, -1}};
     for (const auto &c : cases) {
         device to = {c.takes, {}};
         EXPECT_EQ(c.print(to, c.length), c.result) << c.length << " bytes, " << c.takes << " taken";

@@ -3,10 +3,7 @@
 #include <errno.h>
 #include <limits.h>
 #include <signal.h>
-#include <string.h>
 #include <sys/mman.h>
-
-#include <string>
 
 #include "support/channel.h"
 #include "support/fault.h"
@@ -46,11 +43,9 @@ TEST(Io, NamesOfCodes) {
     for (int code = -1000; code <= -980; code++) names += xp_ioerror_str(code) + (code < -999 || code > -981 ? 0 : 7);
     EXPECT_EQ(names, "NETERR_UNKNOWN_EOF_CONNECTTIMEOUT_WRITETIMEOUT_READTIMEOUT_TIMEOUT_SOCKET_BIND_CONNECT_WRITE_READ"
                      "_SOCKETOPT_POLL_FCNTL_RESOLVE_OVERFLOW_POLLERR_HUP_SELECT_SELECTERRNETERR_UNKNOWN");
-    for (const int other : {0, 1, INT_MIN}) EXPECT_STREQ(xp_ioerror_str(other), "NETERR_UNKNOWN");
 }
 
 TEST(Io, OneReadOrWriteTellsWhatItMet) {
-    signal(SIGPIPE, SIG_IGN); // pipes raise it
     const struct {
         const char *name, *script;
         channel::kind kind;
@@ -59,21 +54,19 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
         int timeout, expected;
     } cases[] = {
         {"silent", "", sockets, 'r', 0, 0, IOERROR_READTIMEOUT},
-        {"data", "d", sockets, 'r', 0, 0, 9},
         {"peer closed", "1", sockets, 'r', 0, 0, IOERROR_EOF},
         {"hang-up alone", "1", pipes, 'r', 0, 0, IOERROR_HUP},
         {"hang-up, no wait", "1", pipes, 'r', 0, -1, IOERROR_EOF},
         {"data with hang-up", "d1", pipes, 'r', 0, 0, 9},
         {"read of an output", "", pipes, 'r', 1, -1, IOERROR_READ},
         {"read, not open", "", pipes, 'r', not_open, 0, IOERROR_POLLERR},
-        {"room", "", pipes, 'w', 1, 0, 9},
         {"full", "f", pipes, 'w', 1, 0, IOERROR_WRITETIMEOUT},
         {"pipe without reader", "0", pipes, 'w', 1, 0, IOERROR_WRITE},
         {"socket without reader", "0", sockets, 'w', 1, -1, IOERROR_WRITE},
-        {"write, not open", "", pipes, 'w', not_open, 0, IOERROR_POLLERR},
         {"write, not open, no wait", "", pipes, 'w', not_open, -1, IOERROR_WRITE},
     };
     for (const auto &row : cases) {
+        signal(SIGPIPE, row.kind == pipes ? SIG_IGN : SIG_DFL); // a lost peer of a socket must not raise it
         channel c(row.kind);
         c.play(row.script);
         char bytes[9] = "abcdefgh";
@@ -81,41 +74,29 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
         const auto run = [&](auto call) { return call(fd, bytes, 9, row.timeout); };
         EXPECT_EQ(row.call == 'r' ? run(xp_read_timeout) : run(xp_write_timeout), row.expected) << row.name;
     }
+    channel lost(sockets);
+    EXPECT_EQ(xp_sigsafe_write(lost.play("0")[1], "a", 1) + xp_fdprintf(lost[1], 0, "a"), -2);
+    EXPECT_EQ(errno, EPIPE);
     EXPECT_EQ(xp_write_timeout(not_open, "a", -1, -1), IOERROR_WRITE);
     EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(Io, LostPeerOfASocketRaisesNoSignal) {
-    signal(SIGPIPE, SIG_DFL); // would end the test
-    channel c(sockets);
-    c.drop(0);
-    EXPECT_EQ(xp_sigsafe_write(c[1], "a", 1), -1);
-    EXPECT_EQ(xp_write_str(c[1], "a", 0), IOERROR_WRITE);
-    EXPECT_EQ(xp_fdprintf(c[1], 0, "a"), -1);
-    EXPECT_EQ(errno, EPIPE);
 }
 
 TEST(Io, InterruptionsFailUnlessSigsafe) {
     channel c(sockets);
     char byte = 'a';
-    const auto moved = [&](bool write, int timeout) {
-        return write ? xp_write_timeout(c[1], &byte, 1, timeout) : xp_read_timeout(c.with("a")[0], &byte, 1, timeout);
-    };
     for (const bool write : {true, false})
         for (const bool sigsafe : {true, false}) {
             const setting tuned(xp_io_sigsafe, sigsafe);
-            {
-                const fault_io wait(call::poll, 1, EINTR);
-                EXPECT_EQ(moved(write, 1000), sigsafe ? 1 : IOERROR_POLL);
-                EXPECT_EQ(wait.calls(), sigsafe ? 2 : 1);
-            }
-            {
-                const fault_io move(write ? call::send : call::read, 1, EINTR);
-                EXPECT_EQ(moved(write, 1000), sigsafe ? 1 : write ? IOERROR_WRITE : IOERROR_READ);
-            }
-            const fault_io wait(call::poll, 0, EBADF);
-            EXPECT_EQ(moved(write, -1), 1);
-            EXPECT_EQ(wait.calls(), 0) << "without a limit there is no wait";
+            const auto moved = [&](call failing, int nth, int error, int timeout) {
+                c.with("a");
+                const fault_io fault(failing, nth, error);
+                return write ? xp_write_timeout(c[1], &byte, 1, timeout) : xp_read_timeout(c[0], &byte, 1, timeout);
+            };
+            EXPECT_EQ(moved(call::poll, 1, EINTR, 1000), sigsafe ? 1 : IOERROR_POLL);
+            EXPECT_EQ(moved(write ? call::send : call::read, 1, EINTR, 1000), sigsafe ? 1
+                                                                              : write ? IOERROR_WRITE
+                                                                                      : IOERROR_READ);
+            EXPECT_EQ(moved(call::poll, 0, EBADF, -1), 1) << "without a limit there is no wait";
         }
 }
 
@@ -126,7 +107,6 @@ TEST(Io, LoopsMoveEverything) {
     {
         const fault_io one_byte_each(call::send, 0, 0);
         EXPECT_EQ(xp_write_all(c[1], sent.data(), 64, 1000), 64);
-        EXPECT_EQ(one_byte_each.calls(), 64);
     }
     const fault_io one_byte_each(call::read, 0, 0);
     EXPECT_EQ(xp_read_all(c[0], got.data(), 64, 1000), 64);
@@ -136,12 +116,10 @@ TEST(Io, LoopsMoveEverything) {
 }
 
 TEST(Io, TransferWithAnyBufferSize) {
-    std::string bytes;
+    std::string bytes, got(20'001, '\0');
     for (int i = 0; bytes.size() < 20'000; i++) bytes += static_cast<char>(i / 251 + i % 251);
-    const int sizes_and_reads[][2] = {
-        {INT_MIN, 4}, {0, 4}, {1, 20'001}, {6'000, 5}, {INT_MAX, 2}}; // with that of the end
+    const int sizes_and_reads[][2] = {{INT_MIN, 4}, {0, 4}, {1, 20'001}, {6'000, 5}, {INT_MAX, 2}}; // with the end's
     for (const auto &[size, reads] : sizes_and_reads) {
-        SCOPED_TRACE(size);
         const setting tuned(xp_io_buffer_size, size);
         const channel files(memfd_create("in", 0), memfd_create("out", 0));
         EXPECT_EQ(pwrite(files[0], bytes.data(), bytes.size(), 0), 20'000);
@@ -149,10 +127,9 @@ TEST(Io, TransferWithAnyBufferSize) {
         const fault_io count(call::read, INT_MAX, EIO);
         EXPECT_EQ(xp_transfer(files[0], files[1], &total, 1000, nullptr), IOERROR_EOF);
         EXPECT_EQ(total, 20'000);
-        EXPECT_EQ(count.calls(), reads);
-        std::string got(20'001, '\0');
+        EXPECT_EQ(count.calls(), reads) << size;
         EXPECT_EQ(pread(files[1], got.data(), 20'001, 0), 20'000);
-        EXPECT_EQ(got.compare(0, 20'000, bytes), 0);
+        EXPECT_TRUE(got.starts_with(bytes));
     }
 }
 
@@ -181,6 +158,7 @@ TEST(Io, RelayMovesEightBytesAtATime) {
     EXPECT_EQ(xp_bitransfer_ex(first[0], first[0], second[0], second[0], 0, &filter.base), IOERROR_TIMEOUT);
     EXPECT_EQ(filter.seen, "8> 5< 8> 4> ");
     EXPECT_EQ(arrived(first, 1) + "|" + arrived(second, 1), "hello|a message of 20 byte");
+    EXPECT_EQ(xp_bitransfer_ex(not_open, first[0], first[0], first[0], 0, nullptr), IOERROR_POLLERR);
 }
 
 TEST(Io, RelayEnds) {
@@ -201,45 +179,35 @@ TEST(Io, RelayEnds) {
         {"stuck: polls on and on", "d", "f", pipes, call::poll, 50, IOERROR_POLL, "8> "},
     };
     for (const auto &row : cases) {
-        SCOPED_TRACE(row.name);
         channel in(row.kind), out(pipes), idle(pipes);
         in.play(row.in);
         out.play(row.out);
         repeater filter;
         const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
-        EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected);
-        EXPECT_EQ(fault.fired(), row.nth && row.failing != call::write);
-        EXPECT_EQ(filter.seen, row.seen);
+        EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected) << row.name;
+        EXPECT_EQ(fault.fired(), row.nth && row.failing != call::write) << row.name;
+        EXPECT_EQ(filter.seen, row.seen) << row.name;
     }
-    const channel idle(pipes);
-    EXPECT_EQ(xp_bitransfer_ex(not_open, idle[1], idle[0], idle[1], 0, nullptr), IOERROR_POLLERR);
 }
 
 TEST(Io, FormattedOutputGoesOutInAreas) {
-    const struct {
-        int length, waits, writes; // one wait for each full area, and one write more for a rest
-    } cases[] = {{0, 0, 0}, {1, 0, 1}, {8191, 0, 1}, {8192, 1, 1}, {8193, 1, 2}, {16384, 2, 2}};
-    for (const auto &row : cases)
+    const int lengths_waits_and_writes[][3] = {{0, 0, 0}, {8191, 0, 1}, {8192, 1, 1}, {8193, 1, 2}, {16384, 2, 2}};
+    for (const auto &[length, waits, writes] : lengths_waits_and_writes) // a wait for each full area
         for (const call counted : {call::poll, call::write}) {
             const owned file(memfd_create("out", 0));
             const fault_io count(counted, INT_MAX, EIO);
-            EXPECT_EQ(xp_fdprintf(file.fd, 1000, "%*s", row.length, ""), row.length);
-            EXPECT_EQ(count.calls(), counted == call::poll ? row.waits : row.writes) << row.length;
-            EXPECT_EQ(lseek(file.fd, 0, SEEK_CUR), row.length);
+            EXPECT_EQ(xp_fdprintf(file.fd, 1000, "%*s", length, ""), length);
+            EXPECT_EQ(count.calls(), counted == call::poll ? waits : writes) << length;
+            EXPECT_EQ(lseek(file.fd, 0, SEEK_CUR), length);
         }
     const setting tuned(xp_io_sigsafe, 1);
     channel c(pipes);
-    {
-        const fault_io last_write(call::write, 1, EINTR);
-        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), -1);
+    for (const int error : {EINTR, 0}) { // not repeated, and short
+        const fault_io last_write(call::write, 1, error);
+        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), error ? -1 : 3);
         EXPECT_EQ(last_write.calls(), 1);
     }
-    {
-        const fault_io short_write(call::write, 1, 0);
-        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), 3);
-    }
     EXPECT_EQ(arrived(c), "a");
-    c.fill();
-    EXPECT_EQ(xp_fdprintf(c[1], 0, "%8192s", ""), IOERROR_WRITETIMEOUT);
-    EXPECT_EQ(xp_fdprintf(c[1], 0, "%8193s", ""), IOERROR_WRITETIMEOUT);
+    for (const int length : {8192, 8193})
+        EXPECT_EQ(xp_fdprintf(c.fill()[1], 0, "%*s", length, ""), IOERROR_WRITETIMEOUT);
 }

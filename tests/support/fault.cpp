@@ -3,9 +3,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdarg.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 using harness::call;
 
@@ -14,9 +15,7 @@ namespace {
 struct plan {
     bool active = false;
     call which{};
-    int nth = 0;
-    int error = 0;
-    int calls = 0;
+    int nth = 0, error = 0, calls = 0;
     bool fired = false;
 };
 thread_local plan current;
@@ -29,79 +28,39 @@ bool hit(call which) {
     return true;
 }
 
-bool fails(call which) {
-    if (!hit(which) || current.error == 0) return false;
-    errno = current.error;
-    return true;
-}
-
-/// Runs a transfer of `length` bytes, of 1 byte, or not at all.
-template <class Transfer>
-ssize_t transfer(call which, size_t length, Transfer run) {
-    if (!hit(which)) return run(length);
-    if (current.error == 0) return run(length ? 1 : 0);
-    errno = current.error;
-    return -1;
+/// Whether a call is to fail; a transfer of `*length` bytes may be cut to 1 byte instead.
+bool fails(call which, size_t *length = nullptr) {
+    if (!hit(which)) return false;
+    if (current.error) errno = current.error;
+    if (!current.error && length) *length = std::min<size_t>(*length, 1);
+    return current.error;
 }
 
 } // namespace
 
-extern "C" {
-ssize_t __real_read(int, void *, size_t);
-ssize_t __real_write(int, const void *, size_t);
-ssize_t __real_recv(int, void *, size_t, int);
-ssize_t __real_send(int, const void *, size_t, int);
-int __real_poll(struct pollfd *, nfds_t, int);
-int __real_socket(int, int, int);
-int __real_connect(int, const struct sockaddr *, socklen_t);
-int __real_bind(int, const struct sockaddr *, socklen_t);
-int __real_fcntl(int, int, ...);
-int __real_getsockopt(int, int, int, void *, socklen_t *);
-int __real_setsockopt(int, int, int, const void *, socklen_t);
-int __real_accept4(int, struct sockaddr *, socklen_t *, int);
-int __real_close(int);
+// The call under test, or its failure.
+#define WRAP(result, name, parameters, failure, arguments)                                                             \
+    result __real_##name parameters;                                                                                   \
+    result __wrap_##name parameters { return fails failure ? -1 : __real_##name arguments; }
 
-ssize_t __wrap_read(int fd, void *buffer, size_t length) {
-    return transfer(call::read, length, [=](size_t n) { return __real_read(fd, buffer, n); });
+extern "C" {
+WRAP(ssize_t, read, (int fd, void *to, size_t n), (call::read, &n), (fd, to, n))
+WRAP(ssize_t, write, (int fd, const void *from, size_t n), (call::write, &n), (fd, from, n))
+WRAP(ssize_t, recv, (int fd, void *to, size_t n, int flags), (call::recv, &n), (fd, to, n, flags))
+WRAP(ssize_t, send, (int fd, const void *from, size_t n, int flags), (call::send, &n), (fd, from, n, flags))
+WRAP(int, poll, (pollfd * entries, nfds_t n, int timeout), (call::poll), (entries, n, timeout))
+WRAP(int, socket, (int domain, int type, int protocol), (call::socket), (domain, type, protocol))
+WRAP(int, connect, (int fd, const sockaddr *to, socklen_t n), (call::connect), (fd, to, n))
+WRAP(int, bind, (int fd, const sockaddr *to, socklen_t n), (call::bind), (fd, to, n))
+WRAP(int, getsockopt, (int fd, int level, int o, void *to, socklen_t *n), (call::getsockopt), (fd, level, o, to, n))
+WRAP(int, setsockopt, (int fd, int level, int o, const void *v, socklen_t n), (call::setsockopt), (fd, level, o, v, n))
+WRAP(int, accept4, (int fd, sockaddr *from, socklen_t *n, int flags), (call::accept), (fd, from, n, flags))
+
+int __real_fcntl(int, int, ...);
+int __wrap_fcntl(int fd, int command, void *argument) {
+    return fails(call::fcntl) ? -1 : __real_fcntl(fd, command, argument);
 }
-ssize_t __wrap_write(int fd, const void *buffer, size_t length) {
-    return transfer(call::write, length, [=](size_t n) { return __real_write(fd, buffer, n); });
-}
-ssize_t __wrap_recv(int fd, void *buffer, size_t length, int flags) {
-    return transfer(call::recv, length, [=](size_t n) { return __real_recv(fd, buffer, n, flags); });
-}
-ssize_t __wrap_send(int fd, const void *buffer, size_t length, int flags) {
-    return transfer(call::send, length, [=](size_t n) { return __real_send(fd, buffer, n, flags); });
-}
-int __wrap_poll(struct pollfd *entries, nfds_t count, int timeout) {
-    return fails(call::poll) ? -1 : __real_poll(entries, count, timeout);
-}
-int __wrap_socket(int domain, int type, int protocol) {
-    return fails(call::socket) ? -1 : __real_socket(domain, type, protocol);
-}
-int __wrap_connect(int fd, const struct sockaddr *address, socklen_t length) {
-    return fails(call::connect) ? -1 : __real_connect(fd, address, length);
-}
-int __wrap_bind(int fd, const struct sockaddr *address, socklen_t length) {
-    return fails(call::bind) ? -1 : __real_bind(fd, address, length);
-}
-int __wrap_fcntl(int fd, int command, ...) {
-    if (fails(call::fcntl)) return -1;
-    va_list arguments;
-    va_start(arguments, command);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return __real_fcntl(fd, command, argument);
-}
-int __wrap_getsockopt(int fd, int level, int option, void *value, socklen_t *length) {
-    return fails(call::getsockopt) ? -1 : __real_getsockopt(fd, level, option, value, length);
-}
-int __wrap_setsockopt(int fd, int level, int option, const void *value, socklen_t length) {
-    return fails(call::setsockopt) ? -1 : __real_setsockopt(fd, level, option, value, length);
-}
-int __wrap_accept4(int fd, struct sockaddr *address, socklen_t *length, int flags) {
-    return fails(call::accept) ? -1 : __real_accept4(fd, address, length, flags);
-}
+int __real_close(int);
 int __wrap_close(int fd) {
     const int result = __real_close(fd);
     return fails(call::close) ? -1 : result;

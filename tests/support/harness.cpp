@@ -1,18 +1,17 @@
 #include "support/harness.h"
 
-#include <dirent.h>
 #include <errno.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
+
+#include "support/items.h"
 
 namespace {
 
-std::atomic<long> live{0};
+std::atomic<long> live{0};             // blocks of the C allocator that the library and the tests have
 thread_local int allocations_left = 0; // until the one that fails; 0: none is to fail
 thread_local bool failure_fired = false;
 
@@ -23,7 +22,8 @@ bool must_fail() {
     return true;
 }
 
-void *counted(void *block) {
+template <class Block>
+Block *counted(Block *block) {
     if (block) live++;
     return block;
 }
@@ -49,21 +49,14 @@ void __wrap_free(void *block) {
     if (block) live--;
     __real_free(block);
 }
-char *__wrap_strdup(const char *text) {
-    return must_fail() ? nullptr : static_cast<char *>(counted(__real_strdup(text)));
-}
+char *__wrap_strdup(const char *text) { return must_fail() ? nullptr : counted(__real_strdup(text)); }
 }
 
 namespace harness {
 
 long live_blocks() { return live; }
-
 int open_descriptors() {
-    int count = 0;
-    DIR *folder = opendir("/proc/self/fd");
-    while (readdir(folder)) count++;
-    closedir(folder);
-    return count;
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 fail_allocation::fail_allocation(int nth) {
@@ -84,28 +77,31 @@ guard_page::guard_page(std::string_view bytes) {
 }
 guard_page::~guard_page() { munmap(base_, mapped_); }
 
+} // namespace harness
+
 namespace {
+
+using namespace harness;
 
 class leak_check : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo &) override {
+        released = {};
         blocks_ = live_blocks();
         descriptors_ = open_descriptors();
     }
     void OnTestEnd(const testing::TestInfo &) override {
-        if (live_blocks() != blocks_) ADD_FAILURE() << live_blocks() - blocks_ << " blocks are left";
-        if (open_descriptors() != descriptors_)
-            ADD_FAILURE() << open_descriptors() - descriptors_ << " descriptors are left";
+        EXPECT_EQ(live_blocks() - blocks_, 0) << "blocks are left";
+        EXPECT_EQ(open_descriptors() - descriptors_, 0) << "descriptors are left";
     }
     long blocks_ = 0;
     int descriptors_ = 0;
 };
 
 } // namespace
-} // namespace harness
 
 int main(int count, char **arguments) {
     testing::InitGoogleTest(&count, arguments);
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    testing::UnitTest::GetInstance()->listeners().Append(new harness::leak_check);
+    testing::UnitTest::GetInstance()->listeners().Append(new leak_check);
     return RUN_ALL_TESTS();
 }

@@ -4,16 +4,20 @@
 
 #include <gtest/gtest.h>
 
-#include <stddef.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace harness {
 
 /// Blocks that the library and the tests have allocated with the C allocator and not freed yet.
 long live_blocks();
-
 int open_descriptors();
 
 /// Lets the nth allocation of this thread fail for as long as the object lives.
@@ -32,10 +36,9 @@ void oom_sweep(Scenario scenario) {
         SCOPED_TRACE("failing allocation " + std::to_string(nth));
         fail_allocation failure(nth);
         scenario();
-        if (!failure.fired()) {
-            EXPECT_GT(nth, 1) << "the scenario allocates nothing";
-            return;
-        }
+        if (failure.fired()) continue;
+        EXPECT_GT(nth, 1) << "the scenario allocates nothing";
+        return;
     }
 }
 
@@ -48,9 +51,13 @@ class guard_page {
     char *data() { return data_; }
 
   private:
-    char *base_;
-    char *data_;
+    char *base_, *data_;
     size_t mapped_;
+};
+
+/// The same of a text and its NUL.
+struct guarded_text : guard_page {
+    explicit guarded_text(const char *text) : guard_page({text, strlen(text) + 1}) {}
 };
 
 } // namespace harness

@@ -5,7 +5,7 @@
 #include <stdio.h>
 
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "vorncore/base/log.h"
 
@@ -13,15 +13,13 @@ namespace harness {
 
 class log_lines {
   public:
-    struct line {
-        std::string category, file, message;
-        int number;
-    };
-    std::vector<line> lines;
-
     log_lines() { xp_set_logproc(hook, this); }
     ~log_lines() { xp_set_logproc(before_, before_parameter_); }
     log_lines(const log_lines &) = delete;
+
+    /// The reports since the last call: category, "FILE: ", message and a line feed each.
+    std::string take() { return std::exchange(lines_, {}); }
+    int last_number = 0; // of the line that reported
 
   private:
     static int hook(void *self, const char *category, const char *file, int number, const char *format, ...) {
@@ -30,10 +28,13 @@ class log_lines {
         va_start(arguments, format);
         vsnprintf(message, sizeof message, format, arguments);
         va_end(arguments);
-        static_cast<log_lines *>(self)->lines.push_back({category, file, message, number});
+        auto *log = static_cast<log_lines *>(self);
+        log->lines_ += std::string(category) + file + ": " + message + '\n';
+        log->last_number = number;
         return 0;
     }
 
+    std::string lines_;
     xp_logproc before_ = xp_logfn;
     void *before_parameter_ = xp_logparam;
 };

@@ -77,20 +77,14 @@ scripted_peer &scripted_peer::expect(std::string_view bytes) {
     });
 }
 
-scripted_peer &scripted_peer::send(std::string_view bytes) {
-    return then([text = std::string(bytes)](int &fd) {
-        return send_all(fd, text) ? std::string() : std::string("send: ") + strerror(errno);
-    });
-}
+scripted_peer &scripted_peer::send(std::string_view bytes) { return send_split(bytes, bytes.size() + 1); }
 
 scripted_peer &scripted_peer::send_split(std::string_view bytes, size_t piece) {
     return then([text = std::string(bytes), piece](int &fd) {
         const int on = 1;
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        for (size_t at = 0; at < text.size(); at += piece) {
+        for (size_t at = 0; at < text.size(); at += piece, std::this_thread::yield())
             if (!send_all(fd, std::string_view(text).substr(at, piece))) return std::string("send: ") + strerror(errno);
-            std::this_thread::yield();
-        }
         return std::string();
     });
 }
@@ -115,10 +109,7 @@ scripted_peer &scripted_peer::reset() {
 }
 
 scripted_peer &scripted_peer::hang_up_write() {
-    return then([](int &fd) {
-        shutdown(fd, SHUT_WR);
-        return std::string();
-    });
+    return then([](int &fd) { return shutdown(fd, SHUT_WR), std::string(); });
 }
 
 scripted_peer &scripted_peer::accept_again() {
