@@ -203,4 +203,11 @@ void abi_base(void) {
         CHECK(xp_md5_close(&md5)[0] == 0x90 && xp_md5_padding[0] == 0x80);
         CHECK(strcmp(xp_md5_result_str(&md5), "900150983cd24fb0d6963f7d28e17f72") == 0);
     }
+    {
+        uint8_t key[16];
+        char scrambled[9], text;
+        xp_crypt_init(key, "abc", 3);
+        CHECK(key[0] == 0x90 && xp_crypt_encrypt(key, "x", 1, scrambled) == 9);
+        CHECK(xp_crypt_decrypt(key, scrambled, 9, &text) == 1 && text == 'x');
+    }
 }
