@@ -18,6 +18,8 @@
 
 #include "vorncore/app/http.h"
 #include "vorncore/app/httpdate.h"
+#include "vorncore/app/marrow.h"
+#include "vorncore/app/rputil.h"
 #include "vorncore/app/httpurl.h"
 #include "vorncore/app/rputil.h"
 #include "vorncore/app/quillet.h"

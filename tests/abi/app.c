@@ -32,6 +32,16 @@ AT(xp_http, absorb_cookies, 140);
 AT(xp_http, proxy_host, 144);
 AT(xp_http, proxy_port, 152);
 AT(xp_http, resp_maxlength, 156);
+SIZE_IS(xp_marrow, 72);
+AT(xp_marrow, port, 8);
+AT(xp_marrow, timeout, 12);
+AT(xp_marrow, state, 16);
+AT(xp_marrow, curline, 24);
+AT(xp_marrow, fd, 32);
+AT(xp_marrow, rbuf, 40);
+AT(xp_marrow, columns, 48);
+AT(xp_marrow, errmsg, 56);
+AT(xp_marrow, rows, 64);
 
 SIZE_IS(xp_quillet, 48);
 AT(xp_quillet, port, 8);
@@ -67,4 +77,9 @@ void abi_app(void) {
         CHECK(xpql_del(ql, "k") == XPQL_WRONG_STATE && strcmp(xpql_lasterror(ql), "NO ERROR") == 0);
         xp_destroy_quillet(ql);
     }
+    xp_marrow gateway;
+    xp_init_marrow(&gateway, "alpha", 4000, 64, 0);
+    CHECK(xpmw_stmt_fetch(&gateway) == XPMW_WRONG_STATE &&
+          strcmp(xpmw_lasterror(&gateway), "Connection is not opened") == 0);
+    xp_close_marrow(&gateway);
 }

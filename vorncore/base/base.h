@@ -27,6 +27,8 @@
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/convert.h"
+#include "vorncore/base/crypt.h"
+#include "vorncore/base/skey.h"
 #include "vorncore/base/md5.h"
 #include "vorncore/base/skey.h"
 #include "vorncore/base/strutil.h"

@@ -54,7 +54,7 @@ using chains = hash_chains<items_in_place>;
 /// The searches change nothing, but what they find may be changed through the result.
 chains chains_of(const xp_datahash *table) { return chains(items_in_place{const_cast<xp_datahash *>(table)}); }
 
-sought key_in(const xp_datahash *table, const void *key) {
+[[gnu::always_inline]] inline sought key_in(const xp_datahash *table, const void *key) {
     if (table->hash) return {key, table->hash(key, table->bucket_count)};
     return {key, reduced(rotate_hash(static_cast<const char *>(key), table->key_size), table->bucket_count)};
 }

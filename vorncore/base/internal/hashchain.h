@@ -160,13 +160,12 @@ class hash_chains : public Layout {
 
     item *head(uint32_t bucket) const { return __atomic_load_n(&this->table->buckets[bucket], __ATOMIC_RELAXED); }
 
-    [[gnu::noinline]] item *first_equal(item *i, sought k) const {
-        while (i && !this->equal(k, i)) i = i->next;
-        return i;
-    }
+    /// The rare way through a summarised table, kept out of line.
+    [[gnu::noinline]] item *first_equal(item *i, sought k) const { return walk(i, k); }
 
     [[gnu::always_inline]] item *find(const sought &k) const {
-        if (!Layout::summarised || k.tag == sought::unknown) return first_equal(head(k.bucket), k);
+        if constexpr (!Layout::summarised) return walk(head(k.bucket), k);
+        if (k.tag == sought::unknown) return first_equal(head(k.bucket), k);
         const chain_summary known = summary(k.bucket);
         const int position = known.candidate(k.tag);
         if (known.ends_at(position)) return nullptr;
@@ -314,6 +313,11 @@ class hash_chains : public Layout {
     }
 
   private:
+    [[gnu::always_inline]] item *walk(item *i, const sought &k) const {
+        while (i && !this->equal(k, i)) i = i->next;
+        return i;
+    }
+
     int end_bucket(int end) const {
         return static_cast<int>(std::min<int64_t>(end, static_cast<int64_t>(this->table->bucket_count)));
     }
