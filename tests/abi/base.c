@@ -131,102 +131,10 @@ void abi_base(void) {
     xp_md5_update(&md5, "abc", 3);
     CHECK(xp_md5_close(&md5)[0] == 0x90 && xp_md5_padding[0] == 0x80);
     CHECK(strcmp(xp_md5_result_str(&md5), "900150983cd24fb0d6963f7d28e17f72") == 0);
-    {
-        xp_array *array = xp_create_array(1, NULL, NULL);
-        xpar_add(array, "b");
-        xpar_insert(array, 0, "a");
-        CHECK(array->count == 2 && strcmp((const char *)array->items[0], "a") == 0);
-        CHECK(xpst_pop(array, NULL) == 1);
-        xp_destroy_array(array);
-    }
-    {
-        xp_list *list = xp_create_list(NULL, NULL);
-        CHECK(xpls_add(list, "a") == list->sentinel.first && list->sentinel.first->next == xpls_head(list));
-        xp_destroy_list(list);
-    }
-    {
-        xp_datalist *data = xp_create_datalist(2, NULL, NULL);
-        CHECK(strcmp(xpdl_add(data, "b")->data, "b") == 0 && data->sentinel.last->next == xpdl_head(data));
-        xp_destroy_datalist(data);
-    }
-    {
-        xp_dataarray *numbers = xp_create_dataarray(1, sizeof(int), NULL, NULL);
-        int n = 7;
-        CHECK(*(int *)xpda_add(numbers, &n) == 7 && xpda_insert(numbers, 0, NULL) == numbers->data);
-        xp_destroy_dataarray(numbers);
-    }
-    {
-        xp_datahash *squares = xp_create_datahash(3, NULL, NULL, sizeof(int), NULL, NULL, sizeof(int), NULL, NULL);
-        int n = 7, square = 49;
-        CHECK(xpdh_put(squares, &n, &square) == 1 && *(int *)xpdh_get(squares, &n) == 49);
-        xp_destroy_datahash(squares);
-    }
-    {
-        xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
-        xpht_put(table, "a", "1");
-        CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
-        xp_destroy_hashtable(table);
-    }
-    CHECK(xp_char_to_upper('q') == 'Q' && xp_char_hex_value('f') == 15 && xp_char_hex_value('g') < 0);
-    {
-        xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
-        xpht_put(table, "a", "1");
-        CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
-        xp_destroy_hashtable(table);
-    }
-    {
-        char text[] = " x ", coded[48];
-        CHECK(strcmp(xp_trim(text), "x") == 0 && strcmp(xp_url_encode("a b/c", coded), "a+b%2Fc") == 0);
-        CHECK(strcmp(xp_base64_encode("ab", coded), "YWI=") == 0);
-        CHECK(strcmp(xp_convert(61, text, 4, XP_CONVERT_PAD('0') | 62), "00z") == 0);
-        CHECK(strcmp(xp_decode_skey(xp_encode_rawskey("key", coded)), "key") == 0);
-    }
-    {
-        xp_membuf *mb = xp_create_membuf(16);
-        CHECK(xpmb_add_str(mb, "x") && xpmb_printf(mb, "%'d", 1000) == 5 && strcmp(xpmb_tostr(mb), "x1,000") == 0);
-        xp_destroy_membuf(mb);
-    }
-    {
-        xp_respool *pool = xp_create_respool();
-        CHECK(strcmp(xprp_strcat_v(pool, "a", "b", (char *)NULL), "ab") == 0 && xprp_last_index(pool) == 0);
-        xp_destroy_respool(pool);
-    }
-    {
-        xp_ptrbag *bag = xp_create_ptrbag(1, NULL, NULL);
-        CHECK(xppb_add(bag, "a") == 0 && xppb_add(bag, "b") == 1);
-        xp_destroy_ptrbag(bag);
-    }
-    {
-        xp_cirqueue *queue = xp_create_cirqueue(1);
-        CHECK(xpcq_put(queue, "a") == 1 && xpcq_put(queue, "b") == 0);
-        xp_destroy_cirqueue(queue);
-    }
-    {
-        xp_mempool *blocks = xp_create_mempool(3);
-        void *block = xpmp_alloc(blocks);
-        xpmp_free_inline(blocks, block);
-        CHECK(xpmp_alloc_inline(blocks) == block && blocks->block_size == 8);
-        xpmp_free(blocks, block);
-        xp_destroy_mempool(blocks);
-    }
-    {
-        xp_xobjpool *objects = xp_create_xobjpool(new_object, free, NULL, NULL);
-        xpxop_free(objects, xpxop_alloc(objects));
-        CHECK(objects->pool.cached == 1 && objects->pool.in_use == 0);
-        xp_destroy_xobjpool(objects);
-    }
-    {
-        xp_md5 md5;
-        xp_md5_init(&md5);
-        xp_md5_update(&md5, "abc", 3);
-        CHECK(xp_md5_close(&md5)[0] == 0x90 && xp_md5_padding[0] == 0x80);
-        CHECK(strcmp(xp_md5_result_str(&md5), "900150983cd24fb0d6963f7d28e17f72") == 0);
-    }
-    {
-        uint8_t key[16];
-        char scrambled[9], text;
-        xp_crypt_init(key, "abc", 3);
-        CHECK(key[0] == 0x90 && xp_crypt_encrypt(key, "x", 1, scrambled) == 9);
-        CHECK(xp_crypt_decrypt(key, scrambled, 9, &text) == 1 && text == 'x');
-    }
+
+    uint8_t key[16];
+    char scrambled[9], byte;
+    xp_crypt_init(key, "abc", 3);
+    CHECK(key[0] == 0x90 && xp_crypt_encrypt(key, "x", 1, scrambled) == 9);
+    CHECK(xp_crypt_decrypt(key, scrambled, 9, &byte) == 1 && byte == 'x');
 }
