@@ -41,7 +41,7 @@ TEST(Crypt, UnscramblesWhatOtherBuildsScrambled) {
 TEST(Crypt, ScramblesWithTheGeneratorsNumbersAndBack) {
     uint8_t key[16];
     xp_crypt_init(key, "k", 1);
-    for (const size_t length : {0, 1, 3, 4, 5, 59, 60, 61, 100}) {
+    for (const size_t length : std::initializer_list<size_t>{0, 1, 3, 4, 5, 59, 60, 61, 100}) {
         const std::string text(length, 't');
         harness::guard_page input(text), output(text + "8 bytes!");
         const uint32_t before = xp_time_ms();

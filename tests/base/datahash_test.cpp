@@ -60,7 +60,8 @@ TEST(DataHash, HooksFillAndReleaseAreasInOrder) {
     EXPECT_EQ(xp_create_datahash(1, by_case, compare, 2, nullptr, nullptr, UINT32_MAX, nullptr, nullptr), nullptr);
     double mean, variance;
     xpdh_statistic(table, &mean, &variance);
-    EXPECT_TRUE(mean == 4.0 / 3 && variance == 2 - mean * mean);
+    EXPECT_DOUBLE_EQ(mean, 4.0 / 3);
+    EXPECT_DOUBLE_EQ(variance, 2 - 16.0 / 9);
     xp_datahashenum e;
     xp_init_datahashenum_ex(&e, table, 2, 99);
     EXPECT_TRUE(xpdhe_del(&e) == 0 && e.bucket == 1 && e.end == 4);
