@@ -14,15 +14,14 @@
 #include "vorncore/io/rwlock.h"
 #include "vorncore/io/socket.h"
 #include "vorncore/io/timeutil.h"
+#include "vorncore/io/writebuf.h"
 #include "vorncore/io/xcirqueue.h"
 
 #include "vorncore/app/http.h"
 #include "vorncore/app/httpdate.h"
-#include "vorncore/app/marrow.h"
-#include "vorncore/app/rputil.h"
 #include "vorncore/app/httpurl.h"
-#include "vorncore/app/rputil.h"
+#include "vorncore/app/marrow.h"
 #include "vorncore/app/quillet.h"
-#include "vorncore/io/writebuf.h"
+#include "vorncore/app/rputil.h"
 
 #endif

@@ -28,7 +28,6 @@
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/convert.h"
 #include "vorncore/base/crypt.h"
-#include "vorncore/base/skey.h"
 #include "vorncore/base/md5.h"
 #include "vorncore/base/skey.h"
 #include "vorncore/base/strutil.h"
