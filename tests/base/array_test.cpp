@@ -97,10 +97,7 @@ TEST(Array, SortKeepsItsComparisonsAndItsOrderOfEqualItems) {
         unsigned keys;
         int comparisons;
         uint32_t order;
-    } cases[] = {{20, 5, 51, 2806115638},
-                 {60, 1000, 367, 3561014092},
-                 {500, 37, 2538, 652668284},
-                 {5000, 100'000, 69896, 2462821448}};
+    } cases[] = {{20, 5, 51, 2806115638}, {500, 37, 2538, 652668284}, {5000, 100'000, 69896, 2462821448}};
     for (const auto &c : cases) {
         xp_array array;
         xp_init_array(&array, 8, nullptr, nullptr);

@@ -62,7 +62,10 @@ TEST_F(BlockingQueue, TheEndOfABatchWakesAllWhoWaitForRoomAndShutdownTheRest) {
     for (const int timeout : {-1, -1, 60'000, 60'000, 60'000})
         producers.emplace_back([&, timeout] { refused += put(4, timeout); });
     const unsigned *const waiters = &queue.not_full.__data.__wrefs; // the C library's own count, times 8
-    while (__atomic_load_n(waiters, __ATOMIC_RELAXED) < 5 * 8) std::this_thread::yield();
+    const auto await = [&](unsigned count) {
+        while (__atomic_load_n(waiters, __ATOMIC_RELAXED) / 8 != count) std::this_thread::yield();
+    };
+    await(5);
     EXPECT_EQ(taken(xpxcq_get_first(&queue, &item, -1, &batch), 1), XP_XCQ_OK);
     for (const int n : {2, 3}) EXPECT_EQ(taken(xpxcq_get_next(&queue, &item, &batch), n), XP_XCQ_OK);
     EXPECT_EQ(xpxcq_get_next(&queue, &item, &batch), XP_XCQ_WOULDBLOCK);
@@ -70,6 +73,7 @@ TEST_F(BlockingQueue, TheEndOfABatchWakesAllWhoWaitForRoomAndShutdownTheRest) {
     xpxcq_get_end(&queue, batch);
     for (bool full = false; !full; pthread_mutex_unlock(&queue.mutex))
         pthread_mutex_lock(&queue.mutex), full = xpcq_count(&queue.queue) == 3;
+    await(2); // the others wait again
     xpxcq_shutdown(&queue);
     for (auto &producer : producers) producer.join();
     EXPECT_EQ(refused, 2 * XP_XCQ_SHUTDOWN);
