@@ -54,8 +54,7 @@ TEST(Marrow, CommandsRepliesResultsAndErrorTexts) {
     } cases[] = {
         {xpmw_trans_open, 1 | 24, "TS\n", "200 ok\nnoise\n\n", 0, "NO ERROR", 1},
         {xpmw_trans_close, 1, "TE\n", "200 \r\n\r\n", 0, "NO ERROR", 1},
-        {xpmw_trans_rollback, 1, "RB\n", "500 50% of it\n", 6, "500 50% of it", 1},
-        {xpmw_trans_commit, 1, "CI\n", "200\n", 6, "200", 1},
+        {xpmw_trans_rollback, 1, "RB\n", "200%d\n", 6, "200%d", 1},
         {xpmw_trans_commit, 1, "CI\n", "200 ok\ncut", 4, "IOERROR_EOF:errno=", failed | 1},
         {xpmw_trans_commit, 1, "CI\n", "200 ok\n" + long_line, 3, "IOERROR_OVERFLOW:errno=", failed | 1},
         {xpmw_trans_commit, 1, "CI\n", long_line, 3, "IOERROR_OVERFLOW:errno=", failed | 1},
@@ -79,7 +78,6 @@ TEST(Marrow, CommandsRepliesResultsAndErrorTexts) {
         {xpmw_stmt_close, 4, "", "", 2, "Not Connected or Previous Error is not recovered", 4},
         {xpmw_stmt_close, failed | 5, "", "", 2, "Not Connected or Previous Error is not recovered", failed | 5},
         {xpmw_stmt_get_column_cnt, 5 | 16, "", "", -1, "NO ERROR", 5 | 16},
-        {xpmw_stmt_get_column_cnt, failed | 29, "", "", -1, "NO ERROR", failed | 29},
         {xpmw_connect, 1, "", "", 2, "NO ERROR", 1},
         {xpmw_disconnect, 0, "", "", 2, "NO ERROR", 0},
     };

@@ -73,10 +73,10 @@ TEST(DataHash, HooksFillAndReleaseAreasInOrder) {
 }
 
 // The default hash byte by byte, over 13 buckets.
-uint32_t naive_hash(const std::string &key) {
+int32_t naive_hash(const std::string &key) {
     uint32_t h = xp_hash_randseed[key.empty() ? 0 : static_cast<unsigned char>(key[0])];
     for (const char c : key) h = (h << 4 | h >> 28) ^ static_cast<uint32_t>(static_cast<signed char>(c));
-    return h % 13;
+    return static_cast<int32_t>(h % 13);
 }
 
 // Keys of every size end before an unmapped page; most of their bytes are zero, so that they differ late.
@@ -102,12 +102,12 @@ TEST(DataHash, BehavesLikeAMapOfWholeKeysUnderRandomOperations) {
             ASSERT_EQ(table.count, model.size());
         }
         std::map<std::string, int> found;
-        for (uint32_t bucket = 0; bucket < table.bucket_count; bucket++)
-            for (const xp_dataitem *i = table.buckets[bucket]; i; i = i->next) {
-                const std::string key(i->data, size);
-                EXPECT_EQ(naive_hash(key), bucket);
-                memcpy(&found[key], i->data + size, sizeof(int));
-            }
+        xp_datahashenum e;
+        for (xp_init_datahashenum(&e, &table); xpdhe_next(&e);) {
+            const std::string key(e.current->data, size);
+            EXPECT_EQ(naive_hash(key), e.bucket);
+            memcpy(&found[key], xpdh_get(&table, key.data()), sizeof(int));
+        }
         EXPECT_EQ(found, model) << "keys of " << size << " bytes";
         const xp_pair_fn go_on_if_given = [](void *argument, xp_pair *) { return argument ? 1 : 0; };
         EXPECT_EQ(xpdh_enumerate(&table, go_on_if_given, &model), static_cast<int>(model.size()));
