@@ -1,9 +1,9 @@
 #include "vorncore/app/marrow.h"
 
 #include <errno.h>
-#include <stdio.h>
 #include <unistd.h>
 
+#include "vorncore/app/internal/errortext.h"
 #include "vorncore/app/internal/marrowtext.h"
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/io/io.h"
@@ -14,14 +14,10 @@ using namespace vorncore;
 // Replies are in step with commands as long as every line is read that a command brings. A write or read that fails
 // ends that: the error bit then keeps commands away until the connection is gone.
 
-/// Without memory for the text the last one stays; the result code still tells what happened.
 [[gnu::format(printf, 2, 3)]] static void __xpmw_printerr(xp_marrow *client, const char *format, ...) {
-    constexpr size_t error_text_size = 4096;
-    if (!client->errmsg) client->errmsg = try_array<char>(error_text_size);
-    if (!client->errmsg) return;
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(client->errmsg, error_text_size, format, arguments);
+    keep_error_text(&client->errmsg, format, arguments);
     va_end(arguments);
 }
 

@@ -1,12 +1,11 @@
 #include "vorncore/app/quillet.h"
 
 #include <errno.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <initializer_list>
 
+#include "vorncore/app/internal/errortext.h"
 #include "vorncore/app/internal/quilltext.h"
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/scratch.h"
@@ -16,8 +15,6 @@
 using namespace vorncore;
 
 namespace {
-
-constexpr size_t error_text_size = 4096;
 
 bool init(xp_quillet *client, const char *host, int port, int buffer_size, int timeout) {
     *client = {try_strdup(host), port, timeout, 0, -1, xp_create_readbuf(-1, buffer_size), {}, nullptr};
@@ -29,13 +26,10 @@ bool init(xp_quillet *client, const char *host, int port, int buffer_size, int t
 
 } // namespace
 
-/// Without memory for the text the last one stays; the result code still tells what happened.
 [[gnu::format(printf, 2, 3)]] static void _seterrmsgf(xp_quillet *client, const char *format, ...) {
-    if (!client->errmsg) client->errmsg = try_array<char>(error_text_size);
-    if (!client->errmsg) return;
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(client->errmsg, error_text_size, format, arguments);
+    keep_error_text(&client->errmsg, format, arguments);
     va_end(arguments);
 }
 
