@@ -74,7 +74,8 @@ TEST(Array, BehavesLikeAVectorUnderRandomOperations) {
         }
         case 9:
             if (step % 8) break;
-            if (inside) result = xpar_reset(array), gone = model, capacity = 3;
+            if (const fail_allocation no_shrinking(step % 16 == 0); inside)
+                result = xpar_reset(array), gone = model, capacity = 3;
             if (!inside) result = xpar_forget_all(array);
             model.clear();
         }

@@ -67,6 +67,7 @@ TEST(ObjPools, TellTheirProceduresInOrder) {
                  {"fa", "I2D2C5O5", {1, 0, 0, 0}},
                  {"9fx", "I5I7D7", {UINT32_MAX, 1, 1, 0}}, // over-freed: the count wraps
                  {"d", "D5!", {UINT32_MAX, 0, 0, 0}}};
+    xp_destroy_objpool(xp_create_objpool(create, log<'D'>, nullptr, nullptr));
     for (const calls &pool : pools) {
         look_at_lock = &pool != pools;
         last_made = 0;

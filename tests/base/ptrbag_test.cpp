@@ -18,6 +18,7 @@ TEST(PtrBag, HandsOutSlotsLikeItsModelUnderRandomOperations) {
     int capacity = 2;
     xp_ptrbag bag;
     xp_init_ptrbag(&bag, capacity, one_more, record_release);
+    xp_destroy_ptrbag(xp_create_ptrbag(1, nullptr, nullptr));
     xp_ptrbagenum *e = xp_create_ptrbagenum(&bag); // at the end but for the deletion of what it stands at
     for (int step = 0; step < 20'000; step++) {
         if (const auto choice = random() % 100; choice == 0) {

@@ -14,32 +14,33 @@ namespace {
 TEST(CirQueue, BehavesLikeADequeUnderRandomOperations) {
     std::mt19937 random(1);
     for (int size = 1; size <= 5; size++) {
-        xp_cirqueue *queue = xp_create_cirqueue(size);
+        xp_cirqueue queue;
+        xp_init_cirqueue(&queue, size);
         std::deque<void *> model;
         for (int step = 0; step < 2000; step++) {
             void *const item = item_of(random() % 4), *out = &model; // null, too
             const bool full = std::ssize(model) == size, empty = model.empty();
             const auto choice = random() % 3;
             if (choice == 0) {
-                ASSERT_EQ(xpcq_put(queue, item), !full);
+                ASSERT_EQ(xpcq_put(&queue, item), !full);
             } else if (choice == 1) {
-                ASSERT_EQ(xpcq_get(queue, &out), !empty);
+                ASSERT_EQ(xpcq_get(&queue, &out), !empty);
                 ASSERT_EQ(out, empty ? &model : model.front());
             } else {
-                ASSERT_EQ(xpcq_forced_put(queue, item), full && model.front() ? model.front() : item);
+                ASSERT_EQ(xpcq_forced_put(&queue, item), full && model.front() ? model.front() : item);
             }
             if (choice == 1 ? !empty : choice == 2 && full) model.pop_front();
             if (choice == 2 || (choice == 0 && !full)) model.push_back(item);
             const int count = static_cast<int>(model.size());
-            ASSERT_EQ(xpcq_count(queue), count);
-            ASSERT_EQ(queue->state, count == 0 ? 2 : count == size ? 1 : 0);
-            ASSERT_EQ(xpcq_peek(queue, &out), count > 0);
+            ASSERT_EQ(xpcq_count(&queue), count);
+            ASSERT_EQ(queue.state, count == 0 ? 2 : count == size ? 1 : 0);
+            ASSERT_EQ(xpcq_peek(&queue, &out), count > 0);
             for (int i = 0; i < count; i++)
-                ASSERT_TRUE(xpcq_peek_at(queue, i, &out) == 1 && out == model[static_cast<size_t>(i)]);
-            ASSERT_EQ(xpcq_peek_at(queue, count - 1, nullptr), count > 0);
-            ASSERT_EQ(xpcq_peek_at(queue, count, &out) + xpcq_peek_at(queue, -1, &out), 0);
+                ASSERT_TRUE(xpcq_peek_at(&queue, i, &out) == 1 && out == model[static_cast<size_t>(i)]);
+            ASSERT_EQ(xpcq_peek_at(&queue, count - 1, nullptr), count > 0);
+            ASSERT_EQ(xpcq_peek_at(&queue, count, &out) + xpcq_peek_at(&queue, -1, &out), 0);
         }
-        xp_destroy_cirqueue(queue);
+        xp_close_cirqueue(&queue);
     }
 }
 
