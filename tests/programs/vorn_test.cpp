@@ -1,5 +1,7 @@
 #include "support/harness.h"
+#include "support/peer.h"
 #include "support/program.h"
+#include "vorncore/base/version.h"
 
 namespace {
 
@@ -57,6 +59,61 @@ TEST(Vorn, KeepsAndShowsEntries) {
     EXPECT_EQ(running.end(SIGTERM), 0);
     EXPECT_EQ(harness::run(kv + "get k", &output), 3);
     EXPECT_NE(output.find("IOERROR_CONNECT:errno=111 (Connection refused)"), std::string::npos) << output;
+}
+
+TEST(Vorn, CodesFilesOfAnyBytes) {
+    const std::string file = testing::TempDir() + "vorn_test." + std::to_string(getpid());
+    const struct {
+        const char *command; // @ stands for a file of random bytes
+        int code;
+        const char *output;
+    } cases[] = {
+        {"head -c 200000 /dev/urandom > @; ./vorn base64 @ | base64 -d | cmp - @", 0, ""},
+        {"base64 @ | ./vorn base64 -d | cmp - @", 0, ""},
+        {"./vorn urlencode @ | ./vorn urlencode -d | cmp - @", 0, ""},
+        {"printf 'a b\\0/%%' | ./vorn urlencode", 0, "a+b%00%2F%25"},
+        {"printf '%%4' | ./vorn urlencode -d -", 0, "%4"},
+        {"printf 'YW' | ./vorn base64 -d", 1, "vorn base64: the input is no base64\n"},
+        {"./vorn base64 no-such-file", 3, "vorn base64: no-such-file: No such file or directory\n"},
+        {"./vorn urlencode -x", 2, "vorn urlencode: unexpected '-x', try --help\n"},
+        {"./vorn date 0 'Sun Nov 06 08:49:37 1994' x | cat", 0,
+         "vorn date: 'x' is neither a number nor an HTTP date since 1970\nThu, 01 Jan 1970 00:00:00 GMT\n784111777\n"},
+    };
+    for (const auto &c : cases) {
+        std::string command = c.command, output;
+        for (size_t i; (i = command.find('@')) != std::string::npos;) command.replace(i, 1, file);
+        EXPECT_EQ(harness::run("exec 2>&1; " + command, &output), c.code) << command;
+        EXPECT_EQ(output, c.output) << command;
+    }
+    unlink(file.c_str());
+}
+
+TEST(Vorn, FetchesAndFollowsRedirectsAsFarAsAllowed) {
+    const struct {
+        const char *options;
+        bool follows;
+        int code;
+        const char *output;
+    } cases[] = {
+        {"-L 1 -H 'X-A: 1' -b 'c=2'", true, 0, "hello"},
+        {"-L 1 --max 4 -H X-A:1 -b c=2", true, 3, "the body is longer than --max"},
+        {"-H X-A:1 -b c=2", false, 1, "moved"},
+    };
+    for (const auto &c : cases) {
+        harness::scripted_peer peer(harness::scripted_peer::transport::tcp);
+        const std::string at = "127.0.0.1:" + std::to_string(peer.port());
+        const auto request = [&](const char *path) {
+            return std::string("GET ") + path + " HTTP/1.1\r\nHost: " + at +
+                   "\r\nConnection: close\r\nUser-Agent: vorn-fetch/" VORNCORE_VERSION_STRING
+                   "\r\nCookie: c=2\r\nX-A: 1\r\n\r\n";
+        };
+        std::string output;
+        peer.expect(request("/a")).send("HTTP/1.1 302 Found\r\nLocation: /b\r\nContent-Length: 5\r\n\r\nmoved");
+        if (c.follows) peer.accept_again().expect(request("/b")).send("HTTP/1.1 200 OK\r\n\r\nhello");
+        peer.start();
+        EXPECT_EQ(harness::run("./vorn fetch " + std::string(c.options) + " http://" + at + "/a", &output), c.code);
+        EXPECT_NE(output.find(c.output), std::string::npos) << output;
+    }
 }
 
 TEST(Vorn, TellsAboutItself) {
