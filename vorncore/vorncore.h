@@ -24,4 +24,6 @@
 #include "vorncore/app/quillet.h"
 #include "vorncore/app/rputil.h"
 
+#include "vorncore/xml/xmltree.h"
+
 #endif

@@ -1,0 +1,37 @@
+#include "abi.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "vorncore/vorncore.h"
+
+SIZE_IS(xp_xmlnode, 64);
+AT(xp_xmlnode, text, 8);
+AT(xp_xmlnode, ns, 16);
+AT(xp_xmlnode, prefix, 24);
+AT(xp_xmlnode, parent, 32);
+AT(xp_xmlnode, children, 40);
+AT(xp_xmlnode, attributes, 48);
+AT(xp_xmlnode, attribute_count, 56);
+SIZE_IS(xp_xmlattr, 56);
+AT(xp_xmlattr, value, 8);
+AT(xp_xmlattr, ns, 16);
+AT(xp_xmlattr, prefix, 24);
+AT(xp_xmlattr, owner, 32);
+AT(xp_xmlattr, name, 40);
+AT(xp_xmlattr, next, 48);
+SIZE_IS(xp_xmltree, 56);
+AT(xp_xmltree, source, 8);
+AT(xp_xmltree, skip_mask, 16);
+AT(xp_xmltree, ns_enabled, 24);
+AT(xp_xmltree, root, 32);
+AT(xp_xmltree, nodes, 40);
+AT(xp_xmltree, declaration, 48);
+
+void abi_xml(void) {
+    char text[] = "<a i='1'><b/></a>";
+    xp_xmltree tree;
+    CHECK(xp_init_xmltree(&tree, text, 0, NULL) == 1);
+    CHECK(xpxt_node(&tree)->kind == XP_XML_TREE && xpxn_child(xpxt_node(&tree), 0) == tree.root);
+    xp_close_xmltree(&tree);
+}
