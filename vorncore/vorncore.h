@@ -24,6 +24,8 @@
 #include "vorncore/app/quillet.h"
 #include "vorncore/app/rputil.h"
 
+#include "vorncore/xml/lineinfo.h"
 #include "vorncore/xml/xmltree.h"
+#include "vorncore/xml/xpath.h"
 
 #endif

@@ -27,11 +27,21 @@ AT(xp_xmltree, ns_enabled, 24);
 AT(xp_xmltree, root, 32);
 AT(xp_xmltree, nodes, 40);
 AT(xp_xmltree, declaration, 48);
+SIZE_IS(xp_xpath, 48);
+AT(xp_xpath, steps, 8);
+SIZE_IS(xp_lineinfo, 40);
 
 void abi_xml(void) {
     char text[] = "<a i='1'><b/></a>";
     xp_xmltree tree;
     CHECK(xp_init_xmltree(&tree, text, 0, NULL) == 1);
     CHECK(xpxt_node(&tree)->kind == XP_XML_TREE && xpxn_child(xpxt_node(&tree), 0) == tree.root);
+    CHECK(strcmp(xpxn_find(xpxt_node(&tree), "a/b")->text, "b") == 0);
     xp_close_xmltree(&tree);
+
+    int line = 0, column = 0;
+    xp_lineinfo *info = xp_create_lineinfo("ab\ncd");
+    xpli_resolve_pos(info, 1, &line, &column);
+    CHECK(line == 1 && column == 0);
+    xp_destroy_lineinfo(info);
 }
