@@ -25,6 +25,7 @@
 #include "vorncore/app/rputil.h"
 
 #include "vorncore/xml/lineinfo.h"
+#include "vorncore/xml/xmlns.h"
 #include "vorncore/xml/xmltree.h"
 #include "vorncore/xml/xpath.h"
 

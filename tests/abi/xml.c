@@ -32,11 +32,12 @@ AT(xp_xpath, steps, 8);
 SIZE_IS(xp_lineinfo, 40);
 
 void abi_xml(void) {
-    char text[] = "<a i='1'><b/></a>";
+    char text[] = "<a xmlns='U' i='1'><b/></a>";
     xp_xmltree tree;
-    CHECK(xp_init_xmltree(&tree, text, 0, NULL) == 1);
+    CHECK(xp_init_xmltree(&tree, text, 0, NULL) == 1 && xpxt_enable_ns(&tree) == 1);
     CHECK(xpxt_node(&tree)->kind == XP_XML_TREE && xpxn_child(xpxt_node(&tree), 0) == tree.root);
-    CHECK(strcmp(xpxn_find(xpxt_node(&tree), "a/b")->text, "b") == 0);
+    CHECK(strcmp(xpxn_attribute_ns(tree.root, NULL, "i"), "1") == 0);
+    CHECK(strcmp(xpxn_find(xpxt_node(&tree), "a/b")->ns, "U") == 0);
     xp_close_xmltree(&tree);
 
     int line = 0, column = 0;
