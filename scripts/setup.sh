@@ -45,6 +45,10 @@ for purpose in "${@:-build}"; do
         need libabsl-dev "baseline: Abseil"
         need libcurl4-openssl-dev "baseline: libcurl"
         need nginx-light "serves the benchmark of the HTTP client"
+        need libxml2-dev "baseline: libxml2"
+        need libexpat1-dev "baseline: expat"
+        need libpugixml-dev "baseline: pugixml"
+        need librapidxml-dev "baseline: RapidXml"
         ;;
     *)
         echo "setup: build, demo, check or bench, not '$purpose'" >&2

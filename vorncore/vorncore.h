@@ -24,4 +24,9 @@
 #include "vorncore/app/quillet.h"
 #include "vorncore/app/rputil.h"
 
+#include "vorncore/xml/lineinfo.h"
+#include "vorncore/xml/xmlns.h"
+#include "vorncore/xml/xmltree.h"
+#include "vorncore/xml/xpath.h"
+
 #endif

@@ -11,6 +11,7 @@ int main(void) {
     abi_base();
     abi_io();
     abi_app();
+    abi_xml();
     if (abi_failures == 0) puts(vorncore_name);
     return abi_failures != 0;
 }

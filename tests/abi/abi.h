@@ -20,5 +20,6 @@ extern int abi_failures;
 void abi_base(void);
 void abi_io(void);
 void abi_app(void);
+void abi_xml(void);
 
 #endif

@@ -1,0 +1,269 @@
+#include "vorncore/xml/xmltree.h"
+
+#include <random>
+
+#include "xml/outline.h"
+
+namespace {
+
+TEST(XmlTree, ReadsWhatItUnderstands) {
+    const struct {
+        const char *text;
+        const char *outline; // or the offset of the error
+        uint32_t skip_mask = 0;
+    } cases[] = {
+        // elements
+        {"<a/>", "a"},
+        {"<a></a>", "a"},
+        {"<a ></a >", "a"},
+        {"<a />", "a"},
+        {" \t\r\n\v\f<a> </a> \n", "a"},
+        {"<a><b/><c></c><b><d/></b></a>", "a[b c b[d]]"},
+        {"<x:a-b.c_9/>", "x:a-b.c_9"},
+        {"<9/>", "9"},
+        {"<a", "@2"},
+        {"<a/", "@2"},
+        {"<a>", "@3"},
+        {"<a><b>", "@6"},
+        {"<a><b></a>", "@7"},
+        {"<a></ab>", "@4"},
+        {"<ab></a>", "@5"},
+        {"<a></a b>", "@4"},
+        {"<a></ a>", "@4"},
+        {"< a/>", "@1"},
+        {"<a/ >", "@2"},
+        {"<a!/>", "@2"},
+        {"<\xC3\xA4/>", "@1"},
+        {"<a\xC3\xA4/>", "@2"},
+        // the top level
+        {"", "@0"},
+        {"   ", "@3"},
+        {"<!--c-->", "@8"},
+        {"<a/><b/>", "@8"},
+        {"<a/><", "@5"},
+        {"<a/>x", "@4"},
+        {"<a/>x<!--c-->", "@5"},
+        {"x<a/>", "@1"},
+        {"<a/><![CDATA[x]]>", "@17"},
+        {"<!--1--><?2?><a/><?3?><!--4-->", "#1# %2% a %3% #4#"},
+        {"<!DOCTYPE a><a/>", "@1"},
+        {"<a/></a>", "@5"},
+        // texts
+        {"<a>x</a>", "a['x']"},
+        {"<a> x y \n</a>", "a['x y \n']"},
+        {"<a>x<b/> y <c/></a>", "a['x' b 'y ' c]"},
+        {"<a>x > y ]]> \"&amp;'</a>", "a['x > y ]]> \"&amp;'']"},
+        {"<a>\xC3\xA4</a>", "a['\xC3\xA4']"},
+        {"<a>x", "@3"},
+        {"<a>x<", "@5"},
+        // sections
+        {"<a><!-- - -> --></a>", "a[# - -> #]"},
+        {"<a><!----></a>", "a[##]"},
+        {"<a><!--></a>", "@7"},
+        {"<a><!-x--></a>", "@4"},
+        {"<a><![CDATA[<b>&lt;]]]></a>", "a[!<b>&lt;]!]"},
+        {"<a><![CDATA[x]></a>", "@12"},
+        {"<a><![cdata[x]]></a>", "@4"},
+        {"<a><?p <x> ? > q?></a>", "a[%p <x> ? > q%]"},
+        {"<a><?\?></a>", "a[%%]"},
+        {"<a><?p></a>", "@5"},
+        // attributes
+        {"<a b='1'/>", "a{b=1}"},
+        {"<a b='1' c=\"2\"></a>", "a{b=1 c=2}"},
+        {"<a b='1'c='2'/>", "a{b=1 c=2}"},
+        {"<a\tb\n = \r'\"' >x</a>", "a{b=\"}['x']"},
+        {"<a b=''/>", "a{b=}"},
+        {"<a b='<&lt;>'/>", "a{b=<&lt;>}"},
+        {"<a b/>", "a"},
+        {"<a b>x</a>", "a['x']"},
+        {"<a c='1' b/>", "a{c=1}"},
+        {"<a b />", "@4"},
+        {"<a b c='1'/>", "@4"},
+        {"<a b=1/>", "@5"},
+        {"<a b='1\"/>", "@6"},
+        {"<a b=", "@5"},
+        {"<a b='1' b='2'/>", "@14"},
+        {"<a b='1'x/>", "a{b=1}"},
+        {"<a b='1'=/>", "@8"},
+        {"<a ='1'/>", "@3"},
+        // the declaration
+        {"<?xml version='1.0' encoding=\"x\" ?><a/>", "xml{encoding=x version=1.0} a"},
+        {" <?xml ?><a/>", "xml{} a"},
+        {"<?xml v='1'w='2'?>\n<a/>", "xml{v=1 w=2} a"},
+        {"<?xml standalone?><a/>", "xml{} a"},
+        {"<?xml?><a/>", "@5"},
+        {"<?xml-stylesheet href='x'?><a/>", "@5"},
+        {"<?xml v='1' v='2'?><a/>", "@17"},
+        {"<?xml v='1'><a/>", "@11"},
+        {"<!--c--><?xml v='1'?><a/>", "#c# %xml v='1'% a"},
+        // masks
+        {"<!--c--><a><!--c-->x<!--c--><b><!--c--></b></a>", "a['x' b]", XP_XML_COMMENT},
+        {"x<a>x<b/>y<![CDATA[z]]></a>y<!--c-->", "a[b !z!] #c#", XP_XML_TEXT},
+        {"<a/>x", "@4", XP_XML_TEXT},
+        {"<![CDATA[x]]><a><![CDATA[x]]><?p?></a>", "a[%p%]", XP_XML_CDATA},
+        {"<?p?><a>x<?p?>y</a>", "a['x' 'y']", XP_XML_PI},
+        {"<a/>", "@4", XP_XML_ELEMENT},
+        {"<a><!--<b>", "@7", XP_XML_COMMENT},
+        {"<a><b><c/></b>", "@14", 31},
+    };
+    for (const auto &c : cases) EXPECT_EQ(outline::of_text(c.text, c.skip_mask), c.outline) << c.text;
+}
+
+TEST(XmlTree, ANodeIsParsedAloneAndThenHasANewParent) {
+    char text[] = "<a><b><c/></b></a>", more[] = " <n i='1'>x<!--c--><m/></n> <rest/>", broken[] = "<n><m></n>";
+    xp_xmltree *tree = xp_create_xmltree(text, XP_XML_COMMENT, nullptr);
+    xp_xmlnode *b = xpxn_child(tree->root, 0);
+    char *end = nullptr;
+    xp_xmlnode *node = xp_create_xmlnode(tree, b, more, &end);
+    EXPECT_STREQ(end, " <rest/>");
+    EXPECT_EQ(xpxn_detach(node), 0) << "it is not yet a child";
+    xpxn_add_child(b, node);
+    EXPECT_EQ(outline::of(*tree), "a[b[c n{i=1}['x' m]]]");
+    EXPECT_EQ(xp_create_xmlnode(tree, b, broken, &end), nullptr);
+    EXPECT_EQ(end - broken, 7);
+
+    EXPECT_EQ(xpxn_detach(node), 1);
+    EXPECT_EQ(xpxn_detach(node), 0);
+    EXPECT_EQ(node->parent, b);
+    xp_destroy_xmlnode(b);
+    EXPECT_EQ(outline::of(*tree), "a[]");
+    xpxn_add_child(tree->root, node);
+    EXPECT_EQ(node->parent, b) << "the caller's to change";
+    node->parent = tree->root;
+    EXPECT_EQ(outline::of(*tree), "a[n{i=1}['x' m]]");
+
+    xp_xmlnode own;
+    char *const third = end = strdup("<own><x/></own>");
+    ASSERT_EQ(xp_init_xmlnode(&own, tree, tree->root, third, nullptr), 1);
+    xpxn_add_child(tree->root, &own);
+    EXPECT_EQ(xpxn_child_count(tree->root), 2);
+    xp_close_xmlnode(&own);
+    free(third);
+    EXPECT_EQ(xpxn_child_count(tree->root), 1);
+
+    xp_destroy_xmlnode(tree->root);
+    EXPECT_EQ(tree->root, nullptr);
+    EXPECT_EQ(outline::of(*tree), "");
+    xp_destroy_xmltree(tree);
+}
+
+TEST(XmlTree, ChildrenAreFoundAddedAndTakenOutInAnyOrder) {
+    char text[] = "<r>t<i n='0'/><j/><i n='1'/><i/></r>";
+    xp_xmltree tree;
+    ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
+    xp_xmlnode *const top = xpxt_node(&tree);
+    EXPECT_EQ(xpxn_search_element(top, "r", 0, nullptr), tree.root);
+    std::string found;
+    int next = 0;
+    while (xpxn_search_element(tree.root, "i", next, &next)) found += std::to_string(next) + ' ';
+    EXPECT_EQ(found, "2 4 5 ");
+    EXPECT_EQ(xpxn_search_element(tree.root, "t", 0, nullptr), nullptr) << "no element";
+    xp_xmlnode *const attribute =
+        xpxa_node(static_cast<xp_xmlattr *>(xpht_get(xpxn_child(tree.root, 1)->attributes, "n")));
+    EXPECT_EQ(attribute->kind, 17u);
+    EXPECT_STREQ(attribute->text, "0");
+    EXPECT_EQ(attribute->parent, xpxn_child(tree.root, 1));
+    EXPECT_EQ(xpxn_child_count(attribute), 0);
+    for (xp_xmlnode *node : {attribute, top}) EXPECT_EQ(xpxn_detach(node), 0);
+
+    // Random moves between two parents, whose arrays grow out of what the parser and the library gave them.
+    xp_xmlnode *const parents[] = {tree.root, xpxn_child(tree.root, 2)};
+    std::vector<std::string> sources(30, "<k>x</k>");
+    for (auto &source : sources) xpxn_add_child(tree.root, xp_create_xmlnode(&tree, tree.root, source.data(), nullptr));
+    std::vector<xp_xmlnode *> model[2];
+    const auto children = [](xp_xmlnode *parent) {
+        std::vector<xp_xmlnode *> all;
+        for (int i = 0; i < xpxn_child_count(parent); i++) all.push_back(xpxn_child(parent, i));
+        return all;
+    };
+    model[0] = children(tree.root);
+    std::mt19937 random(1);
+    for (int step = 0; step < 2000; step++) {
+        const size_t from = random() % 2, to = random() % 2;
+        if (model[from].empty()) continue;
+        const auto at = model[from].begin() + static_cast<ptrdiff_t>(random() % model[from].size());
+        xp_xmlnode *const node = *at;
+        if (node == parents[1]) continue;
+        ASSERT_EQ(xpxn_detach(node), 1);
+        model[from].erase(at);
+        node->parent = parents[to];
+        xpxn_add_child(parents[to], node);
+        model[to].push_back(node);
+        for (const size_t side : {0u, 1u}) ASSERT_EQ(children(parents[side]), model[side]);
+    }
+    xp_close_xmltree(&tree);
+}
+
+TEST(XmlTree, RecordsHaveTheSizesThatWereAgreed) {
+    std::string text = "<a b='1'>";
+    for (int i = 0; i < 11; i++) text += "<c/>";
+    text += "</a>";
+    xp_xmltree tree;
+    ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
+    EXPECT_EQ(tree.nodes->capacity, 10);
+    EXPECT_EQ(tree.root->children->initial_capacity, 10);
+    EXPECT_EQ(tree.root->children->capacity, 20);
+    EXPECT_EQ(tree.root->attributes->bucket_count, 11);
+    EXPECT_EQ(xpxn_child(tree.root, 0)->children, nullptr);
+    EXPECT_EQ(xpxn_child(tree.root, 0)->attributes, nullptr);
+    xp_close_xmltree(&tree);
+}
+
+TEST(XmlTree, EntityReferencesAreReplacedInPlace) {
+    const struct {
+        const char *text;
+        const char *replaced;
+    } cases[] = {
+        {"a &amp;&#65;&#x42; b", "a &AB b"},
+        {"&lt;&gt;&quot;&apos;", "<>\"'"},
+        {"&amp;lt;", "&lt;"},
+        {"&#x4a;&#x4A;&#0065;", "JJA"},
+        {"x&#256;y", "x"},
+        {"&#321;|&#x3bb;|&#4294967361;|&#255;", "AA|\xBB\xBB|AA|\xFF"},
+        {"& &; &lt &LT; &nbsp; &", "& &; &lt &LT; &nbsp; &"},
+        {"&#; &#x; &#X41; &#x &# &#a;", "&#; &#x; &#X41; &#x &# &#a;"},
+        {"&#65 &lt;", "&#65 &lt;"},
+        {"a&lt;b&#65 c", "a<bt;b&#65 c"},
+        {"&lt;&#x41G;", "<lt;&#x41G;"},
+        {"&gt;", ">"},
+    };
+    for (const auto &c : cases) {
+        const std::string quote = strchr(c.text, '\'') ? "\"" : "'", t = c.text;
+        std::string text = "<?xml v=" + quote + t + quote + "?><a v=" + quote + t + quote + ">" + t + "<!--" + t +
+                           "--><b><![CDATA[" + t + "]]></b><?" + t + "?></a>";
+        xp_xmltree tree;
+        ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << text;
+        xpxn_unescape(xpxn_child(tree.root, 2));
+        EXPECT_EQ(xpxt_unescape(&tree), 1);
+        const std::string r = c.replaced;
+        EXPECT_EQ(outline::of(tree),
+                  "xml{v=" + r + "} a{v=" + r + "}['" + r + "' #" + t + "# b[!" + t + "!] %" + t + "%]");
+        xp_close_xmltree(&tree);
+    }
+}
+
+TEST(XmlTree, NothingIsLeftWhenMemoryRunsOut) {
+    const char source[] = "<?xml v='1'?><!--c--><a i='1' j='2'>x<b><!--c--><c k='1'>y</c></b>"
+                          "<d/><d/><d/><d/><d/><d/><d/><d/><d/><d/><d/></a><?p?>";
+    for (const uint32_t mask : {0u, 17u}) {
+        std::string text;
+        harness::oom_sweep([&] {
+            text = source; // its memory is not counted: operator new
+            xp_xmltree *const tree = xp_create_xmltree(text.data(), mask, nullptr);
+            if (tree) xp_destroy_xmltree(tree);
+        });
+    }
+    char text[] = "<a>x</a>";
+    xp_xmltree tree;
+    ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
+    xp_xmlnode *const leaf = xpxn_child(tree.root, 0);
+    EXPECT_DEATH(
+        {
+            harness::fail_allocation failure(1);
+            xpxn_add_child(leaf, tree.root);
+        },
+        "vorncore: xpxn_add_child: out of memory");
+    xp_close_xmltree(&tree);
+}
+
+} // namespace

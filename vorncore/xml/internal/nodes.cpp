@@ -1,0 +1,82 @@
+#include "vorncore/xml/internal/nodes.h"
+
+namespace vorncore {
+
+bool child_room::leave() {
+    void **const longer = try_array<void *>(2 * array.capacity);
+    if (!longer) return false;
+    memcpy(longer, first_items, sizeof first_items);
+    array.items = longer;
+    array.capacity *= 2;
+    return true;
+}
+
+xp_array *create_children(block_source &blocks) {
+    auto *const room = blocks.allocate<child_room>();
+    if (!room) return nullptr;
+    room->array = {room->first_items, nullptr, nullptr, initial_children, initial_children, 0};
+    return &room->array;
+}
+
+void free_children(xp_array *children, block_release &release) {
+    const child_room *const room = child_room::of(children);
+    if (!room) return xp_destroy_array(children);
+    if (!room->in_use()) free(children->items);
+    release(children);
+}
+
+bool append_child(xp_array *children, xp_xmlnode *child) {
+    if (children->count == children->capacity)
+        if (child_room *const room = child_room::of(children); room && room->in_use() && !room->leave()) return false;
+    return xpar_insert(children, children->count, child);
+}
+
+xp_hashtable *create_attribute_table() {
+    return xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+}
+
+static void free_attributes(xp_hashtable *attributes, block_release &release) {
+    each_attribute(attributes, [&](xp_xmlattr *record) {
+        release(record);
+        return true;
+    });
+    xp_destroy_hashtable(attributes);
+}
+
+/// From the last node to the first, by their order in the arrays alone: the parent field of a node need not say where
+/// it hangs, and is written here to find the way up.
+static void free_contents(xp_xmlnode *top, block_release &release) {
+    for (xp_xmlnode *node = top;;) {
+        if (xp_array *const children = node->children) {
+            if (children->count) {
+                auto *const child = static_cast<xp_xmlnode *>(children->items[--children->count]);
+                // Blocks were cut in document order, so those to come lie before this one. An address is all it takes.
+                __builtin_prefetch(reinterpret_cast<const char *>(child) - 2048);
+                child->parent = node;
+                node = child;
+                continue;
+            }
+            free_children(children, release);
+        }
+        if (node->attributes) free_attributes(node->attributes, release);
+        if (node == top) break;
+        xp_xmlnode *const parent = node->parent;
+        release(node);
+        node = parent;
+    }
+    top->children = nullptr;
+    top->attributes = nullptr;
+}
+
+void free_contents(xp_xmlnode *node) {
+    block_release release;
+    free_contents(node, release);
+}
+
+void free_node(xp_xmlnode *node) {
+    block_release release;
+    free_contents(node, release);
+    release(node);
+}
+
+} // namespace vorncore

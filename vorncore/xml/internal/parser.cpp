@@ -1,0 +1,246 @@
+#include "vorncore/xml/internal/parser.h"
+
+#include <string.h>
+
+#include "vorncore/base/chartype.h"
+#include "vorncore/xml/internal/nodes.h"
+
+using namespace vorncore;
+
+namespace {
+
+char *skip_space(char *at) {
+    while (xp_char_is(*at, XP_CHAR_SPACE)) at++;
+    return at;
+}
+
+char *skip_name(char *at) {
+    while (xp_char_is(*at, XP_CHAR_NAME)) at++;
+    return at;
+}
+
+enum class attribute { none, read, broken };
+
+/// Reads an attribute after white space. Of a name without "=" it passes only the name itself, and says `none`.
+attribute read_attribute(char *&at, char *&name, char *&value) {
+    name = skip_space(at);
+    at = skip_name(name);
+    if (at == name) return attribute::none;
+    char *const equals = skip_space(at);
+    if (*equals != '=') return attribute::none;
+    *at = '\0';
+    at = skip_space(equals + 1);
+    if (*at != '"' && *at != '\'') return attribute::broken;
+    value = at + 1;
+    char *const end = strchr(value, *at++);
+    if (!end) return attribute::broken;
+    *end = '\0';
+    at = end + 1;
+    return attribute::read;
+}
+
+} // namespace
+
+/// Reads attributes as long as there are any and store(name, value) takes them.
+template <class Store>
+static bool __read_attributes(char *&at, Store store) {
+    for (char *name, *value;;) {
+        const attribute found = read_attribute(at, name, value);
+        if (found != attribute::read) return found == attribute::none;
+        if (!store(name, value)) return false;
+    }
+}
+
+/// Ends a text at the first occurrence of a pattern and goes behind that.
+static bool __cut_to_pattern(char *&at, const char *pattern) {
+    char *const end = strstr(at, pattern);
+    if (!end) return false;
+    *end = '\0';
+    at = end + strlen(pattern);
+    return true;
+}
+
+/// Goes behind the end tag of that name if it is what stands here.
+static bool __istagend(char *&at, const char *name) {
+    if (at[0] != '<' || at[1] != '/') return false;
+    char *p = at + 2;
+    while (*name && *p == *name) p++, name++;
+    if (*name) return false;
+    p = skip_space(p);
+    if (*p != '>') return false;
+    *at = '\0'; // ends a text
+    at = p + 1;
+    return true;
+}
+
+namespace {
+
+/// False for a name that is there already, and when memory is short.
+bool add_attribute(block_source &blocks, xp_xmlnode *owner, char *name, char *value) {
+    if (!owner->attributes && !(owner->attributes = create_attribute_table())) return false;
+    auto *const record = blocks.allocate<xp_xmlattr>();
+    if (!record) return false;
+    *record = {XP_XML_ATTRIBUTE, value, nullptr, nullptr, owner, name, nullptr};
+    if (xpht_put(owner->attributes, name, record)) return true;
+    block_release()(record);
+    return false;
+}
+
+enum class outcome {
+    failed,
+    whole,  // nothing of the node follows
+    opened, // content follows
+};
+
+outcome read_element(parse_state &state, xp_xmlnode *node) {
+    char *&at = state.at;
+    node->kind = XP_XML_ELEMENT;
+    node->text = at;
+    at = skip_name(at);
+    if (at == node->text) return outcome::failed;
+    if (xp_char_is(*at, XP_CHAR_SPACE)) {
+        *at++ = '\0';
+        const auto store = [&](char *name, char *value) { return add_attribute(state.blocks, node, name, value); };
+        if (!__read_attributes(at, store)) return outcome::failed;
+        if (node->attributes) node->attribute_count = static_cast<uint32_t>(node->attributes->count);
+    }
+    const bool empty = at[0] == '/' && at[1] == '>';
+    if (!empty && *at != '>') return outcome::failed;
+    *at = '\0'; // ends the name, when nothing stands between
+    at += empty ? 2 : 1;
+    return empty ? outcome::whole : outcome::opened;
+}
+
+outcome read_text(parse_state &state, xp_xmlnode *node) {
+    node->text = state.at;
+    char *const end = strchr(state.at, '<');
+    if (!end) return outcome::failed;
+    state.at = end; // becomes a NUL when it is parsed
+    return outcome::whole;
+}
+
+/// The kinds whose text runs from one pattern to another.
+constexpr struct {
+    uint32_t kind;
+    char begin[9];
+    char end[4];
+} sections[] = {{XP_XML_COMMENT, "!--", "-->"}, {XP_XML_CDATA, "![CDATA[", "]]>"}, {XP_XML_PI, "?", "?>"}};
+
+outcome read_section(parse_state &state, xp_xmlnode *node) {
+    for (const auto &section : sections) {
+        const size_t length = strlen(section.begin);
+        if (strncmp(state.at, section.begin, length) != 0) continue;
+        node->kind = section.kind;
+        node->text = state.at += length;
+        return __cut_to_pattern(state.at, section.end) ? outcome::whole : outcome::failed;
+    }
+    return outcome::failed;
+}
+
+/// Reads a node after white space; of an element with content, the start tag.
+outcome read_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
+    *node = {XP_XML_TEXT, nullptr, nullptr, nullptr, parent, nullptr, nullptr, 0};
+    state.at = skip_space(state.at);
+    if (*state.at != '<') return read_text(state, node);
+    *state.at++ = '\0'; // ends a text
+    return *state.at == '!' || *state.at == '?' ? read_section(state, node) : read_element(state, node);
+}
+
+bool is_skipped(const parse_state &state, const xp_xmlnode *node) { return node->kind & state.skip_mask; }
+
+/// Makes a node the last child of its parent. False when memory is short: the node is then freed.
+bool take_child(block_source &blocks, xp_xmlnode *child) {
+    xp_xmlnode *const parent = child->parent;
+    if (!parent->children) parent->children = create_children(blocks);
+    if (parent->children && append_child(parent->children, child)) return true;
+    free_node(child);
+    return false;
+}
+
+/// Undoes that, and frees the child.
+void drop_last_child(xp_xmlnode *parent) {
+    xp_array *const children = parent->children;
+    free_node(static_cast<xp_xmlnode *>(children->items[--children->count]));
+    if (children->count) return;
+    block_release release;
+    free_children(children, release);
+    parent->children = nullptr;
+}
+
+/// Reads a node into the children of an open element, and goes into it when it has content. False: nothing was added.
+bool read_child(parse_state &state, xp_xmlnode *&open) {
+    auto *const node = state.blocks.allocate<xp_xmlnode>();
+    if (!node) return false;
+    const outcome read = read_node(state, node, open);
+    if (read == outcome::failed || (read == outcome::whole && is_skipped(state, node))) {
+        free_node(node);
+        return read == outcome::whole;
+    }
+    if (!take_child(state.blocks, node)) return false;
+    if (read == outcome::opened) open = node;
+    return true;
+}
+
+/// Reads the content and the end tag of an element. Whatever is open below it hangs there from its start tag on, so
+/// that all can be found again when the parse fails; an element that is not wanted goes at its end tag.
+bool read_content(parse_state &state, xp_xmlnode *top) {
+    for (xp_xmlnode *open = top;;) {
+        state.at = skip_space(state.at);
+        if (!__istagend(state.at, open->text)) {
+            if (!read_child(state, open)) return false;
+            continue;
+        }
+        if (open == top) return true;
+        const bool skipped = is_skipped(state, open);
+        open = open->parent;
+        if (skipped) drop_last_child(open);
+    }
+}
+
+} // namespace
+
+static bool __parse_xml(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
+    const outcome read = read_node(state, node, parent);
+    if (read == outcome::whole || (read == outcome::opened && read_content(state, node))) return true;
+    free_contents(node);
+    return false;
+}
+
+/// Reads an XML declaration, if the text begins with one.
+static bool __read_declaration(char *&at, xp_hashtable *&declaration) {
+    at = skip_space(at);
+    if (strncmp(at, "<?xml", 5) != 0) return true;
+    at += 5;
+    if (!xp_char_is(*at, XP_CHAR_SPACE)) return false;
+    declaration = create_attribute_table();
+    const auto store = [&](char *name, char *value) { return xpht_put(declaration, name, value); };
+    if (!declaration || !__read_attributes(at, store)) return false;
+    at = skip_space(at);
+    if (at[0] != '?' || at[1] != '>') return false;
+    at += 2;
+    return true;
+}
+
+bool vorncore::parse_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
+    return __parse_xml(state, node, parent);
+}
+
+bool vorncore::parse_document(parse_state &state, xp_xmltree *tree) {
+    if (!__read_declaration(state.at, tree->declaration)) return false;
+    while (*(state.at = skip_space(state.at))) {
+        auto *const node = state.blocks.allocate<xp_xmlnode>();
+        if (!node) return false;
+        const bool parsed = __parse_xml(state, node, xpxt_node(tree));
+        if (!parsed || is_skipped(state, node)) {
+            free_node(node);
+            if (!parsed) return false;
+            continue;
+        }
+        if (!take_child(state.blocks, node)) return false;
+        if (node->kind & (XP_XML_TEXT | XP_XML_CDATA)) return false;
+        if (node->kind != XP_XML_ELEMENT) continue;
+        if (tree->root) return false;
+        tree->root = node;
+    }
+    return tree->root;
+}
