@@ -35,7 +35,7 @@ TEST(Convert, EveryRadixRoundTripsAtExactSizes) {
     char buffer[8];
     EXPECT_STREQ(xp_convert(61, buffer, 4, 0x8030003e), "00z");
     EXPECT_STREQ(xp_convert_ex(10, buffer, 8, 3, "abc"), "bab");
-    for (const uint32_t radix : {0, 63}) EXPECT_EQ(xp_convert(1, buffer, 8, radix), nullptr);
+    for (const uint32_t radix : {0u, 63u}) EXPECT_EQ(xp_convert(1, buffer, 8, radix), nullptr);
 }
 
 TEST(Convert, ReverseConversionNeverValidates) {
