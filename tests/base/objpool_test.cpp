@@ -125,8 +125,8 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
             for (int *object : held) xpxop_free(op, object);
         }
     };
-    std::vector<std::thread> workers;
-    for (int i = 0; i < 4; i++) workers.emplace_back(work, i);
+    std::thread workers[4];
+    for (int i = 0; i < 4; i++) workers[i] = std::thread(work, i);
     for (auto &worker : workers) worker.join();
     EXPECT_EQ(op->pool.in_use, 0u);
     EXPECT_EQ(static_cast<int>(op->pool.cached), objects);

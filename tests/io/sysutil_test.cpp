@@ -77,9 +77,9 @@ TEST(Counter, ManyThreads) {
     int destroyed = 0;
     const auto destroy = [](void *object) { ++*static_cast<int *>(object); };
     xp_reference_counter *references = xp_create_reference_counter(&destroyed, destroy);
-    std::vector<std::thread> threads;
-    for (int n = 0; n < 4; n++)
-        threads.emplace_back([&, mine = xprc_addref(references)] {
+    std::thread threads[4];
+    for (std::thread &each : threads)
+        each = std::thread([&, mine = xprc_addref(references)] {
             for (uint32_t i = 0; i < 1000; i++) {
                 xpic_inc(&number), xpic_inc_n(&number, 5), xpic_dec(&number);
                 xpiac_add(&sum, i);
