@@ -123,7 +123,7 @@ void remove_attribute(const xp_xmlattr *gone) {
 } // namespace
 
 int xp_init_xmltree(xp_xmltree *tree, char *text, uint32_t skip_mask, int *error_offset) {
-    *tree = {XP_XML_TREE, text, skip_mask, 0, nullptr, xp_create_array(initial_children, nullptr, nullptr), nullptr};
+    *tree = {XP_XML_TREE, text, skip_mask, 0, nullptr, create_children(), nullptr};
     parse_state state = {text, skip_mask, {}};
     if (tree->nodes && parse_document(state, tree)) return 1;
     xp_close_xmltree(tree);
@@ -191,7 +191,7 @@ int xpxn_detach(xp_xmlnode *node) {
 }
 
 void xpxn_add_child(xp_xmlnode *node, xp_xmlnode *child) {
-    if (!node->children) node->children = xp_create_array(initial_children, nullptr, nullptr);
+    if (!node->children) node->children = create_children();
     if (!node->children || !append_child(node->children, child))
         out_of_memory("xpxn_add_child", bytes_of<void *>(xpxn_child_count(node) + 1));
 }

@@ -2,34 +2,9 @@
 
 namespace vorncore {
 
-bool child_room::leave() {
-    void **const longer = try_array<void *>(2 * array.capacity);
-    if (!longer) return false;
-    memcpy(longer, first_items, sizeof first_items);
-    array.items = longer;
-    array.capacity *= 2;
-    return true;
-}
+xp_array *create_children() { return xp_create_array(initial_children, nullptr, nullptr); }
 
-xp_array *create_children(block_source &blocks) {
-    auto *const room = blocks.allocate<child_room>();
-    if (!room) return nullptr;
-    room->array = {room->first_items, nullptr, nullptr, initial_children, initial_children, 0};
-    return &room->array;
-}
-
-void free_children(xp_array *children, block_release &release) {
-    const child_room *const room = child_room::of(children);
-    if (!room) return xp_destroy_array(children);
-    if (!room->in_use()) free(children->items);
-    release(children);
-}
-
-bool append_child(xp_array *children, xp_xmlnode *child) {
-    if (children->count == children->capacity)
-        if (child_room *const room = child_room::of(children); room && room->in_use() && !room->leave()) return false;
-    return xpar_insert(children, children->count, child);
-}
+bool append_child(xp_array *children, xp_xmlnode *child) { return xpar_insert(children, children->count, child); }
 
 xp_hashtable *create_attribute_table() {
     return xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
@@ -56,7 +31,7 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
                 node = child;
                 continue;
             }
-            free_children(children, release);
+            xp_destroy_array(children);
         }
         if (node->attributes) free_attributes(node->attributes, release);
         if (node == top) break;

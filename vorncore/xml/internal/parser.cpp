@@ -149,9 +149,9 @@ outcome read_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
 bool is_skipped(const parse_state &state, const xp_xmlnode *node) { return node->kind & state.skip_mask; }
 
 /// Makes a node the last child of its parent. False when memory is short: the node is then freed.
-bool take_child(block_source &blocks, xp_xmlnode *child) {
+bool take_child(xp_xmlnode *child) {
     xp_xmlnode *const parent = child->parent;
-    if (!parent->children) parent->children = create_children(blocks);
+    if (!parent->children) parent->children = create_children();
     if (parent->children && append_child(parent->children, child)) return true;
     free_node(child);
     return false;
@@ -162,8 +162,7 @@ void drop_last_child(xp_xmlnode *parent) {
     xp_array *const children = parent->children;
     free_node(static_cast<xp_xmlnode *>(children->items[--children->count]));
     if (children->count) return;
-    block_release release;
-    free_children(children, release);
+    xp_destroy_array(children);
     parent->children = nullptr;
 }
 
@@ -176,7 +175,7 @@ bool read_child(parse_state &state, xp_xmlnode *&open) {
         free_node(node);
         return read == outcome::whole;
     }
-    if (!take_child(state.blocks, node)) return false;
+    if (!take_child(node)) return false;
     if (read == outcome::opened) open = node;
     return true;
 }
@@ -236,7 +235,7 @@ bool vorncore::parse_document(parse_state &state, xp_xmltree *tree) {
             if (!parsed) return false;
             continue;
         }
-        if (!take_child(state.blocks, node)) return false;
+        if (!take_child(node)) return false;
         if (node->kind & (XP_XML_TEXT | XP_XML_CDATA)) return false;
         if (node->kind != XP_XML_ELEMENT) continue;
         if (tree->root) return false;
