@@ -3,6 +3,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include "vorncore/app/internal/errortext.h"
 #include "vorncore/app/internal/httpclient.h"
 #include "vorncore/base/convert.h"
 #include "vorncore/io/timeutil.h"
@@ -14,12 +15,11 @@ const char *const XP_HTTP_POST = "POST";
 const char *const XP_HTTP_HEAD = "HEAD";
 
 int __xphttp_error_log(xp_http *client, const char *format, ...) {
-    constexpr size_t errmsg_size = 4096;
-    if (!client->errmsg) client->errmsg = static_cast<char *>(xprp_malloc(&client->pool, errmsg_size));
-    if (!client->errmsg) return 0;
+    if (!client->errmsg) client->errmsg = static_cast<char *>(xprp_malloc(&client->pool, error_text_size));
+    if (!client->errmsg) return 0; // the pool is to own the text
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(client->errmsg, errmsg_size, format, arguments);
+    keep_error_text(&client->errmsg, format, arguments);
     va_end(arguments);
     return 0;
 }

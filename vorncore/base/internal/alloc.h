@@ -1,6 +1,6 @@
 // Memory for the library. Two kinds of call, for the two kinds of caller:
 //   - who can report failure uses malloc, realloc and the `try_` forms, which give null;
-//   - who cannot (a void operation) uses the `must_` forms, which end the process with one line on standard error.
+//   - who cannot (a void operation) calls out_of_memory(), which ends the process with one line on standard error.
 // Sizes saturate: a product or sum that overflows becomes SIZE_MAX, which no allocator grants.
 #pragma once
 
@@ -49,21 +49,10 @@ T *try_resize(T *block, Count count) {
 /// A copy of a text, null when `text` is null or memory is short.
 inline char *try_strdup(const char *text) { return text ? strdup(text) : nullptr; }
 
-inline void *must_malloc(const char *call, size_t size) {
-    void *block = malloc(size);
-    if (!block && size) out_of_memory(call, size);
-    return block;
-}
-
 inline char *must_strdup(const char *call, const char *text) {
     char *copy = strdup(text);
     if (!copy) out_of_memory(call, strlen(text) + 1);
     return copy;
-}
-
-template <class T>
-T *must_new(const char *call) {
-    return static_cast<T *>(must_malloc(call, sizeof(T)));
 }
 
 /// The create form of a family: allocates a record and initialises it with `init(record)`, which says whether it could.
