@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -28,13 +28,17 @@ size_t input::read(void *to, int size) {
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
-bool input::read_all(xp_membuf *to) {
-    for (size_t length = static_cast<size_t>(to->cursor - to->data), count = 1; count && !error_;) {
-        if (!xpmb_set_size(to, length + chunk_size)) error_ = ENOMEM;
-        count = error_ ? 0 : read(to->data + length, chunk_size);
+bool input::read_all(bytes *to) {
+    for (size_t length = 0, count = 1; count && !error_;) {
+        if (length > INT_MAX - 2 * chunk_size)
+            error_ = EFBIG;
+        else if (!xpmb_set_size(to, length + chunk_size))
+            error_ = ENOMEM;
+        count = read(to->data + length, chunk_size);
         length += count;
         xpmb_set_size(to, length);
     }
+    xpmb_tostr(to);
     return !error_;
 }
 

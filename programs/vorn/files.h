@@ -11,6 +11,16 @@ namespace vorn {
 
 constexpr int chunk_size = 64 * 1024;
 
+/// A memory buffer that closes itself.
+struct bytes : xp_membuf {
+    bytes() { xp_init_membuf(this, chunk_size); }
+    ~bytes() { xp_close_membuf(this); }
+    bytes(const bytes &) = delete;
+    bytes &operator=(const bytes &) = delete;
+
+    size_t length() const { return static_cast<size_t>(cursor - data); }
+};
+
 /// A file, or standard input for "-" and null. What fails is not told.
 class input {
   public:
@@ -22,8 +32,9 @@ class input {
     int fd() const { return fd_; }
     /// Bytes that are there, at most `size`; 0 at the end, and when it failed.
     size_t read(void *to, int size);
-    /// Appends all that is left.
-    bool read_all(xp_membuf *to);
+    /// Fills the buffer with all there is, and what lies behind its contents is a NUL. The length fits an int with room
+    /// to spare, or it fails.
+    bool read_all(bytes *to);
     /// The errno of what failed, opening included, or 0.
     int error() const { return error_; }
 

@@ -1,4 +1,4 @@
-// The commands of vorn that digest files.
+// The commands of vorn that digest and scramble files.
 #include "support/harness.h"
 #include "support/program.h"
 
@@ -29,6 +29,40 @@ TEST(VornMd5, PrintsAndChecksAsMd5sumDoes) {
     }
     folder.expect("./vorn md5 -c {}/folder 2> /dev/null", 1, "");
     folder.expect("./vorn md5 - < /dev/null > /dev/full", 3, "vorn: cannot write to standard output\n");
+}
+
+TEST(VornScramble, ScramblesUnderAPhraseThatIsReadFromElsewhere) {
+    const harness::scratch folder;
+    const char by_another_program[] = "\xf8\x78\x3c\x0b\x11\x6b\x65\x14\xbe\x2d\x18\x00\x0e\x5c\x8e\x64\x7b\x6c"
+                                      "\x5c\x04\x24\x2f\x8c\x8b\x5d\xbc\xfa\x6d\x39\x62\x9e\x09\x43\xe7\xbb\x55";
+    folder.write("foreign", {by_another_program, sizeof by_another_program - 1});
+    const struct {
+        const char *command;
+        int code;
+        const char *output;
+    } rows[] = {
+        {"printf 'secret\nmore' > {}/phrase; head -c 300000 /dev/urandom > {}/data", 0, ""},
+        {"./vorn scramble -d --pass-file {}/phrase {}/foreign", 0, "attack at dawn, by the river"},
+        {"./vorn scramble --pass-file {}/phrase {}/data > {}/scrambled; cmp -s {}/data {}/scrambled", 1, ""},
+        {"printf secret | ./vorn scramble -d --pass-fd 0 {}/scrambled | cmp - {}/data", 0, ""},
+        {"./vorn scramble -d --pass-fd 7 - 7< {}/phrase < {}/scrambled | cmp - {}/data", 0, ""},
+        {"{ echo secret; cat {}/scrambled; } | ./vorn scramble -d --pass-file - | cmp - {}/data", 0, ""},
+        {": | ./vorn scramble --pass-file {}/phrase | ./vorn scramble -d --pass-file {}/phrase", 0, ""},
+        {"printf 7bytes. | ./vorn scramble -d --pass-file {}/phrase", 1,
+         "vorn scramble: standard input: too short to have been scrambled\n"},
+        {"./vorn scramble {}/data", 2,
+         "vorn scramble: --pass-file or --pass-fd must say where the pass phrase is, try --help\n"},
+        {"./vorn scramble --pass-fd 999 {}/data", 3, "vorn scramble: --pass-fd: Bad file descriptor\n"},
+        {"echo | ./vorn scramble --pass-file - {}/data", 3, "vorn scramble: -: the pass phrase is empty\n"},
+        {"./vorn scramble --pass-file /dev/null {}/data", 3, "vorn scramble: /dev/null: the pass phrase is empty\n"},
+        {"./vorn scramble --pass-file /dev/zero {}/data", 3,
+         "vorn scramble: /dev/zero: the pass phrase is longer than 4096 bytes\n"},
+        {"./vorn scramble --pass-file {}/none {}/data", 3, "vorn scramble: {}/none: No such file or directory\n"},
+        {"./vorn scramble --pass-file {}/phrase {}", 3, "vorn scramble: {}: Is a directory\n"},
+        {"./vorn scramble --pass-file {}/phrase {}/data > /dev/full", 3,
+         "vorn scramble: write: IOERROR_WRITE:errno=28<No space left on device>\n"},
+    };
+    for (const auto &row : rows) folder.expect(row.command, row.code, row.output);
 }
 
 } // namespace
