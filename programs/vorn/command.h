@@ -24,5 +24,6 @@ int kv(int count, char **arguments);
 int md5(int count, char **arguments);
 int scramble(int count, char **arguments);
 int urlencode(int count, char **arguments);
+int xml(int count, char **arguments);
 
 } // namespace vorn

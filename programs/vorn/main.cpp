@@ -17,6 +17,7 @@ const vorn::command commands[] = {
     {"md5", "print and check MD5 digests, as md5sum", vorn::md5},
     {"scramble", "scramble data under a pass phrase, and reverse it", vorn::scramble},
     {"urlencode", "encode and decode for URLs", vorn::urlencode},
+    {"xml", "show XML documents and what paths find in them", vorn::xml},
 };
 
 int usage(FILE *out, int code) {
