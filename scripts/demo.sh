@@ -2,7 +2,8 @@
 # demo.sh [FILE]: runs the key-value service and the command line tool on real data. Installs and builds what is missing,
 # starts quilletd on a free port, loads FILE (KEY<TAB>VALUE or KEY=VALUE a line; the character names of
 # examples/data when none is given), reads every entry back and compares it, fetches pages of a
-# local web server and stores their headers, then measures a short load.
+# local web server and stores their headers, carries FILE through an XML document, digests and
+# scrambles, then measures a short load.
 set -euo pipefail
 file=$(realpath "${1:-$(dirname "$0")/../examples/data/characters.tsv}")
 cd "$(dirname "$0")/.."
@@ -73,6 +74,23 @@ echo "fetch:   $(ls docs/*.md | wc -l) pages over HTTP, $(wc -l <"$work/headers"
 kv purge
 kill "$web"
 web=
+
+# The lines of the file as attributes of an XML document, found again by a path.
+tr -d '\0' <"$file" | LC_ALL=C sed 's/&/\&amp;/g; s/</\&lt;/g; s/"/\&quot;/g; s/.*/<line text="&"\/>/' |
+    (echo '<?xml version="1.0"?><lines>' && cat && echo '</lines>') >"$work/lines.xml"
+$vorn xml --text "$work/lines.xml" lines/line/@text >"$work/lines" || fail "the XML document"
+tr -d '\0' <"$file" | sed '$a\' | cmp -s - "$work/lines" || fail "the XML document gives other lines"
+echo "xml:     $(wc -l <"$work/lines") lines of the file as a document of $(wc -c <"$work/lines.xml") bytes, found equal by path"
+
+$vorn md5 docs/*.md "$work/lines.xml" >"$work/digests"
+md5sum --quiet -c "$work/digests" && $vorn md5 -c "$work/digests" >/dev/null || fail "the digests"
+echo "md5:     $(wc -l <"$work/digests") files digested, checked by vorn and by md5sum"
+
+echo "a pass phrase" >"$work/phrase"
+$vorn scramble --pass-file "$work/phrase" "$work/lines.xml" >"$work/scrambled"
+$vorn scramble -d --pass-file "$work/phrase" "$work/scrambled" | cmp -s - "$work/lines.xml" || fail "scrambling and back"
+! cmp -s "$work/lines.xml" "$work/scrambled" || fail "nothing is scrambled"
+echo "scramble: $(wc -c <"$work/scrambled") bytes scrambled under a pass phrase, and back"
 
 echo
 $vorn kv bench --connections 8 --seconds 3 "$address" | tee "$work/bench" || fail "load"

@@ -1,8 +1,4 @@
 // `vorn base64`, `vorn urlencode` and `vorn date`: the text codings, on files or standard input of any size.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -10,62 +6,46 @@
 #include <string>
 
 #include "programs/vorn/command.h"
+#include "programs/vorn/files.h"
 #include "vorncore/app/httpdate.h"
 #include "vorncore/base/base64.h"
 #include "vorncore/base/strutil.h"
 #include "vorncore/io/io.h"
-#include "vorncore/io/readbuf.h"
-#include "vorncore/io/writebuf.h"
 
 namespace vorn {
 
 namespace {
 
-constexpr int chunk_size = 64 * 1024;
-
-/// Input from a file or standard input, output to standard output, both buffered by the library.
+/// From a file or standard input to standard output, both buffered by the library.
 class filter {
   public:
-    explicit filter(const char *name) : name_(name) {}
-    ~filter() {
-        if (fd_ > STDIN_FILENO) close(fd_);
-        if (fd_ < 0) return;
-        xp_close_readbuf(&in);
-        xp_close_writebuf(&out);
+    filter(const char *name, const char *file) : out(name), file_(file), name_(name) {
+        xp_init_readbuf(&in, file_.fd(), chunk_size);
+        if (file_.error()) failed(file, strerror(file_.error()));
     }
+    ~filter() { xp_close_readbuf(&in); }
     filter(const filter &) = delete;
     filter &operator=(const filter &) = delete;
 
-    bool open(const char *file) {
-        fd_ = file && strcmp(file, "-") != 0 ? ::open(file, O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
-        if (fd_ < 0) {
-            fprintf(stderr, "vorn %s: %s: %s\n", name_, file, strerror(errno));
-            return false;
-        }
-        xp_init_readbuf(&in, fd_, chunk_size);
-        xp_init_writebuf(&out, STDOUT_FILENO, chunk_size);
-        return true;
-    }
+    bool is_open() const { return !file_.error(); }
 
     /// The exit code once all input is done: told when reading or writing failed.
     int finish() {
         if (in.last_error != 0 && in.last_error != IOERROR_EOF) return failed("read", xprb_lasterrmsg(&in));
-        if (xpwb_flush(&out) != 1) return failed("write", xpwb_lasterrmsg(&out));
-        return exit_done;
-    }
-
-    int failed(const char *what, const char *why) {
-        fprintf(stderr, "vorn %s: %s: %s\n", name_, what, why);
-        xpwb_reset(&out, -1); // nothing is left to be written when it is closed
-        return exit_failure;
+        return out.finish();
     }
 
     xprb in;
-    xpwb out;
+    output out;
 
   private:
+    int failed(const char *what, const char *why) {
+        fprintf(stderr, "vorn %s: %s: %s\n", name_, what, why);
+        return exit_failure;
+    }
+
+    input file_;
     const char *name_;
-    int fd_ = -1;
 };
 
 /// The common command line: [-d] [FILE]. An exit code, or -1 to go on.
@@ -130,14 +110,14 @@ int base64(int count, char **arguments) {
               "3 a file failed.\n",
               &decoding, &file);
     if (code >= 0) return code;
-    filter f("base64");
-    if (!f.open(file)) return exit_failure;
+    filter f("base64", file);
+    if (!f.is_open()) return exit_failure;
     xpi_istream *in = xprb_create_istream(&f.in);
-    xpi_ostream *out = xpwb_create_ostream(&f.out);
+    xpi_ostream *out = xpwb_create_ostream(&f.out.buffer);
     const int done = decoding ? xp_base64_decode_stream(in, out) : xp_base64_encode_stream(in, out);
     in->destroy(in);
     out->destroy(out);
-    if (done && !decoding) xpwb_write_char(&f.out, '\n');
+    if (done && !decoding) xpwb_write_char(&f.out.buffer, '\n');
     const int result = f.finish();
     if (result != exit_done || done) return result;
     fprintf(stderr, "vorn base64: the input is no base64\n");
@@ -154,19 +134,19 @@ int urlencode(int count, char **arguments) {
               "failed.\n",
               &decoding, &file);
     if (code >= 0) return code;
-    filter f("urlencode");
-    if (!f.open(file)) return exit_failure;
+    filter f("urlencode", file);
+    if (!f.is_open()) return exit_failure;
     std::string bytes;
     int length;
     while (const char *chunk = xprb_read(&f.in, &length)) {
         bytes.append(chunk, static_cast<size_t>(length));
         const std::string rest = decoding ? bytes.substr(bytes.size() - open_escape(bytes)) : std::string();
         bytes.resize(bytes.size() - rest.size());
-        decoding ? decode(&f.out, bytes) : encode(&f.out, bytes);
-        if (f.out.status == 0) break;
+        decoding ? decode(&f.out.buffer, bytes) : encode(&f.out.buffer, bytes);
+        if (f.out.failed()) break;
         bytes = rest;
     }
-    if (decoding) decode(&f.out, bytes);
+    if (decoding) decode(&f.out.buffer, bytes);
     return f.finish();
 }
 

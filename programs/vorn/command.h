@@ -21,6 +21,9 @@ int base64(int count, char **arguments);
 int date(int count, char **arguments);
 int fetch(int count, char **arguments);
 int kv(int count, char **arguments);
+int md5(int count, char **arguments);
+int scramble(int count, char **arguments);
 int urlencode(int count, char **arguments);
+int xml(int count, char **arguments);
 
 } // namespace vorn

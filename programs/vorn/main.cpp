@@ -14,7 +14,10 @@ const vorn::command commands[] = {
     {"date", "read and write HTTP dates", vorn::date},
     {"fetch", "get, post and store over HTTP", vorn::fetch},
     {"kv", "talk to the key-value service: new, put, get, del, list, purge, load, check, bench", vorn::kv},
+    {"md5", "print and check MD5 digests, as md5sum", vorn::md5},
+    {"scramble", "scramble data under a pass phrase, and reverse it", vorn::scramble},
     {"urlencode", "encode and decode for URLs", vorn::urlencode},
+    {"xml", "show XML documents and what paths find in them", vorn::xml},
 };
 
 int usage(FILE *out, int code) {

@@ -12,9 +12,9 @@ TEST(Vorn, KeepsAndShowsEntries) {
     ASSERT_EQ(harness::run("./vorn kv " + at + " new", &id), 0);
     id.pop_back();
     const std::string kv = "./vorn kv --store " + id + " " + at + " ";
-    const std::string file = testing::TempDir() + "vorn_test." + std::to_string(getpid());
+    const harness::scratch folder;
     const struct {
-        std::string command; // @ stands for the file
+        std::string command;
         int code;
         std::string output;
     } cases[] = {
@@ -24,9 +24,9 @@ TEST(Vorn, KeepsAndShowsEntries) {
         {kv + "del 'a b=c#'", 0, ""},
         {kv + "get 'a b=c#'", 1, "vorn kv: get: no such key or store\n"},
         {kv + "list", 0, ""},
-        {"printf 'k=1\\n=\\tequals\\n\\nbad\\n=x\\ny=\\nk=2\\r\\na\\0b=c\\n' > @; " + kv + "load @", 1,
-         "@:4: neither a tab nor '='\n@:5: no key\n@:6: no value\n@:8: a NUL byte\n3 entries stored, 4 lines left "
-         "out\n"},
+        {"printf 'k=1\\n=\\tequals\\n\\nbad\\n=x\\ny=\\nk=2\\r\\na\\0b=c\\n' > {}/f; " + kv + "load {}/f", 1,
+         "{}/f:4: neither a tab nor '='\n{}/f:5: no key\n{}/f:6: no value\n{}/f:8: a NUL byte\n"
+         "3 entries stored, 4 lines left out\n"},
         {kv + "list | sort", 0, "=\tequals\nk\t2\n"},
         {kv + "list | " + kv + "check -", 0, "2 entries compared, 0 differ\n"},
         {"printf 'k=3\\nnone=x\\n' | " + kv + "check -", 1,
@@ -46,14 +46,7 @@ TEST(Vorn, KeepsAndShowsEntries) {
         {kv + "put k", 2, "vorn kv: wrong number of arguments for put, try --help\n"},
         {"./vorn kv nowhere new", 2, "vorn kv: no HOST:PORT: nowhere, try --help\n"},
     };
-    for (const auto &c : cases) {
-        std::string command = c.command, expected = c.output;
-        for (std::string *text : {&command, &expected})
-            for (size_t i; (i = text->find('@')) != std::string::npos;) text->replace(i, 1, file);
-        EXPECT_EQ(harness::run(command, &output), c.code) << command;
-        EXPECT_EQ(output, expected) << command;
-    }
-    unlink(file.c_str());
+    for (const auto &c : cases) folder.expect(c.command, c.code, c.output);
     EXPECT_EQ(harness::run("./vorn kv bench --connections 2 --seconds 1 --ratio 1:1 " + at, &output), 0);
     EXPECT_NE(output.find("\nall "), std::string::npos) << output;
     EXPECT_EQ(running.end(SIGTERM), 0);
@@ -62,15 +55,15 @@ TEST(Vorn, KeepsAndShowsEntries) {
 }
 
 TEST(Vorn, CodesFilesOfAnyBytes) {
-    const std::string file = testing::TempDir() + "vorn_test." + std::to_string(getpid());
+    const harness::scratch folder;
     const struct {
-        const char *command; // @ stands for a file of random bytes
+        const char *command;
         int code;
         const char *output;
     } cases[] = {
-        {"head -c 200000 /dev/urandom > @; ./vorn base64 @ | base64 -d | cmp - @", 0, ""},
-        {"base64 @ | ./vorn base64 -d | cmp - @", 0, ""},
-        {"./vorn urlencode @ | ./vorn urlencode -d | cmp - @", 0, ""},
+        {"head -c 200000 /dev/urandom > {}/f; ./vorn base64 {}/f | base64 -d | cmp - {}/f", 0, ""},
+        {"base64 {}/f | ./vorn base64 -d | cmp - {}/f", 0, ""},
+        {"./vorn urlencode {}/f | ./vorn urlencode -d | cmp - {}/f", 0, ""},
         {"printf 'a b\\0/%%' | ./vorn urlencode", 0, "a+b%00%2F%25"},
         {"printf '%%4' | ./vorn urlencode -d -", 0, "%4"},
         {"printf 'YW' | ./vorn base64 -d", 1, "vorn base64: the input is no base64\n"},
@@ -79,13 +72,7 @@ TEST(Vorn, CodesFilesOfAnyBytes) {
         {"./vorn date 0 'Sun Nov 06 08:49:37 1994' x | cat", 0,
          "vorn date: 'x' is neither a number nor an HTTP date since 1970\nThu, 01 Jan 1970 00:00:00 GMT\n784111777\n"},
     };
-    for (const auto &c : cases) {
-        std::string command = c.command, output;
-        for (size_t i; (i = command.find('@')) != std::string::npos;) command.replace(i, 1, file);
-        EXPECT_EQ(harness::run("exec 2>&1; " + command, &output), c.code) << command;
-        EXPECT_EQ(output, c.output) << command;
-    }
-    unlink(file.c_str());
+    for (const auto &c : cases) folder.expect(c.command, c.code, c.output);
 }
 
 TEST(Vorn, FetchesAndFollowsRedirectsAsFarAsAllowed) {

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "support/channel.h"
@@ -24,6 +25,36 @@ inline int run(const std::string &command, std::string *output) {
     for (int c; (c = fgetc(pipe)) != EOF;) *output += static_cast<char>(c);
     return WEXITSTATUS(pclose(pipe));
 }
+
+/// A folder for files of a test, gone at its end. In commands and what they print, {} stands for it.
+class scratch {
+  public:
+    scratch() : path_(testing::TempDir() + "vorn." + std::to_string(getpid())) {
+        std::filesystem::create_directory(path_);
+    }
+    ~scratch() { std::filesystem::remove_all(path_); }
+    scratch(const scratch &) = delete;
+
+    void write(const std::string &name, const std::string &contents) const {
+        FILE *const file = fopen((path_ + '/' + name).c_str(), "w");
+        fwrite(contents.data(), 1, contents.size(), file);
+        fclose(file);
+    }
+    int run(const std::string &command, std::string *output) const { return harness::run(filled(command), output); }
+    void expect(const std::string &command, int code, const std::string &expected) const {
+        std::string output;
+        EXPECT_EQ(run(command, &output), code) << command;
+        EXPECT_EQ(output, filled(expected)) << command;
+    }
+
+  private:
+    std::string filled(std::string text) const {
+        for (size_t i; (i = text.find("{}")) != text.npos;) text.replace(i, 2, path_);
+        return text;
+    }
+
+    std::string path_;
+};
 
 /// A running quilletd; killed at the end unless it was ended before.
 class service {
