@@ -29,4 +29,6 @@
 #include "vorncore/xml/xmltree.h"
 #include "vorncore/xml/xpath.h"
 
+#include "vorncore/dbi/dbi.h"
+
 #endif
