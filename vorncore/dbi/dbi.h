@@ -11,7 +11,7 @@
  *     XP_DBI_SQLITE   vorncore_sqlite.so      xp_create_sqlite    xpsqlite_set_logging
  *
  * What a connection can do beyond the calls below, its end included, is the driver's: its header declares a record that
- * begins with xp_dbi.
+ * begins with xp_dbi. Who writes a driver reads dbi/driver.h.
  *
  *     xpdbi_modinit(XP_DBI_NULLDB);
  *     xpdbi_set_logging(XP_DBI_NULLDB, 1);
