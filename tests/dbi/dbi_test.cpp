@@ -75,11 +75,11 @@ TEST(Dbi, ConnectionStringsAreCutAndTerminatedInAnySize) {
         int port;
         const char *database, *location;
     } cases[] = {
-        {"socket", "!UNIX:/tmp/db.sock:test", "UNIX", "db1", 80, "test", "/tmp/db.sock"},
+        {"socket", "!UNIX:/run/db.sock:test", "UNIX", "db1", 80, "test", "/run/db.sock"},
         {"socket, no database", "!UNIX:/s:(null)", "UNIX", nullptr, 80, nullptr, "/s"},
         {"socket without a path", "!UNIX:db1:80:test", "UNIX", "db1", 80, "test", ""},
         {"no host, no path", "!UNIX:test", "UNIX", nullptr, 80, "test", nullptr},
-        {"other scheme", "!unix:/s:-1:test", "unix", "/s", -1, "test", "/tmp/db.sock"},
+        {"other scheme", "!unix:/s:-1:test", "unix", "/s", -1, "test", "/run/db.sock"},
         {"host", "!tcp:db1:80:test", "tcp", "db1", 80, "test", nullptr},
         {"empty host", "!tcp::80:test", "tcp", "", 80, "test", "whole"},
         {"host alone", "!(null):db1:0:(null)", nullptr, "db1", 0, nullptr, "whole"},
