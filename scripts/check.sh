@@ -6,7 +6,8 @@
 #   tsan      the tests with threads under ThreadSanitizer
 #   fuzz      every fuzz target for a short while (FUZZ_SECONDS, 10)
 #   bench     every benchmark for a moment
-#   install   installs into a prefix, moves it, and builds programs against it with pkg-config and find_package
+#   install   installs into a prefix, moves it, and builds programs against it with pkg-config and find_package, and a
+#             driver module
 #   clang     builds with clang++ and runs all tests
 #   coverage  line and branch coverage of the library by its tests
 set -euo pipefail
@@ -14,7 +15,7 @@ cd "$(dirname "$0")/.."
 shopt -s nullglob
 jobs=$(nproc)
 
-sources() { git ls-files -- 'vorncore/*.h' 'vorncore/*.cpp' 'programs/*.h' 'programs/*.cpp' "$@"; }
+sources() { git ls-files -- 'vorncore/*.h' 'vorncore/*.cpp' 'programs/*.h' 'programs/*.cpp' 'drivers/*.h' "$@"; }
 
 build() { # PRESET [OPTION...]
     cmake --preset "$@" -DVORNCORE_WERROR=ON >/dev/null
@@ -27,7 +28,7 @@ clang_build() {
 }
 
 check_format() {
-    sources 'tests/*.h' 'tests/*.cpp' 'tests/*.c' 'bench/*.cpp' 'examples/*.c' 'examples/*.cpp' |
+    sources 'drivers/*.c' 'tests/*.h' 'tests/*.cpp' 'tests/*.c' 'bench/*.cpp' 'examples/*.c' 'examples/*.cpp' |
         xargs clang-format --dry-run --Werror
 }
 
@@ -77,7 +78,18 @@ check_install() {
     cmake -S tests/install -B "$folder/build" -DCMAKE_PREFIX_PATH="$folder/moved" >/dev/null
     cmake --build "$folder/build" >/dev/null
     "$folder/build/consumer_vorncore"
-    "$folder/build/consumer_static"
+    local drivers
+    drivers=$(PKG_CONFIG_PATH=$pc pkg-config --variable=driverdir vorncore)
+    LD_LIBRARY_PATH=$drivers "$folder/build/consumer_static"
+    rm "$drivers/vorncore_nulldb.so" # one that an author builds from the installed headers takes its place
+    if "$folder/build/consumer_vorncore"; then
+        echo "a driver was found that is not in $drivers" >&2
+        return 1
+    fi
+    # shellcheck disable=SC2046
+    PKG_CONFIG_PATH=$pc cc -shared -fPIC -o "$drivers/vorncore_nulldb.so" drivers/nulldb/nulldb.c \
+        $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs vorncore)
+    "$folder/build/consumer_vorncore"
     local needed
     needed=$(readelf -d "$(find "$folder/moved" -name libvorncore.so.1)" | sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p')
     [ "$needed" = libc.so.6 ] || { echo "the library needs: $needed" >&2; return 1; }

@@ -29,4 +29,6 @@
 #include "vorncore/xml/xmltree.h"
 #include "vorncore/xml/xpath.h"
 
+#include "vorncore/dbi/dbi.h" /* dbi/driver.h is for those who write drivers */
+
 #endif

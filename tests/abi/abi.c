@@ -12,6 +12,7 @@ int main(void) {
     abi_io();
     abi_app();
     abi_xml();
+    abi_dbi();
     if (abi_failures == 0) puts(vorncore_name);
     return abi_failures != 0;
 }

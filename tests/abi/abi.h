@@ -21,5 +21,6 @@ void abi_base(void);
 void abi_io(void);
 void abi_app(void);
 void abi_xml(void);
+void abi_dbi(void);
 
 #endif
