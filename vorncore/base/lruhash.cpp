@@ -7,6 +7,7 @@
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/hashchain.h"
 #include "vorncore/base/internal/lrulinks.h"
+#include "vorncore/base/internal/tryinit.h"
 
 using namespace vorncore;
 
@@ -117,8 +118,11 @@ item *next(const xp_lruhash *table, xp_lruhashiter *iterator, void **value) {
     return step(iterator, k.key, iterator->head, found, value);
 }
 
-bool init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
-          xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
+} // namespace
+
+bool vorncore::try_init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
+                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
+                        xp_release_fn value_release) {
     *table = {try_array<xp_lrubucket>(bucket_count),
               0,
               capacity,
@@ -135,8 +139,6 @@ bool init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp
     return true;
 }
 
-} // namespace
-
 /// 1 done, 0 refused by the mode, -1 when memory is short.
 static int __xplh_put(xp_lruhash *table, const void *key, const void *value, put_mode mode) {
     const sought k = sought_in(table, key);
@@ -151,7 +153,7 @@ static int __xplh_put(xp_lruhash *table, const void *key, const void *value, put
 void xp_init_lruhash(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                      xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                      xp_release_fn value_release) {
-    if (!init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
         out_of_memory("xp_init_lruhash", bytes_of<xp_lrubucket>(bucket_count));
 }
 
@@ -159,7 +161,7 @@ xp_lruhash *xp_create_lruhash(int capacity, int bucket_count, xp_hash_fn hash, x
                               xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                               xp_release_fn value_release) {
     return create_record<xp_lruhash>([=](xp_lruhash *table) {
-        return init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
+        return try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
     });
 }
 

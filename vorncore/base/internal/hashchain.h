@@ -143,6 +143,17 @@ struct pointer_pairs {
     static void *copied(xp_copy_fn copy, const void *what) { return copy ? copy(what) : const_cast<void *>(what); }
 };
 
+/// The pair of what was found, if anything was.
+inline xp_pair *pair_of(xp_hashitem *found) { return found ? reinterpret_cast<xp_pair *>(&found->key) : nullptr; }
+
+/// Hands out the value of an item that an iterator found, and leaves the iterator behind it.
+inline int step(xp_hashiter *iterator, const void *key, const xp_hashitem *found, void **value) {
+    if (!found) return 0;
+    *value = found->value;
+    if (iterator) *iterator = {key, found->next};
+    return 1;
+}
+
 /// condition ? a : b without a branch, which for tags would go wrong every third time.
 template <class T>
 T *chosen(bool condition, T *a, T *b) {
