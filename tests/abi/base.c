@@ -60,6 +60,10 @@ RECORD(xp_lruhash, 112, value_release, 104);
 AT(xp_lruhash, recency, 24);
 SIZE_IS(xp_lruhashiter, 24);
 SIZE_IS(xp_lruhashenum, 24);
+RECORD(xp_xhashtable, 64 + sizeof(xp_rwlock) + 8 + sizeof(pthread_mutex_t), count_mutex, 64 + sizeof(xp_rwlock) + 8);
+AT(xp_xhashtable, slot_count, 64 + sizeof(xp_rwlock));
+RECORD(xp_xhashenum, 48, mode, 40);
+AT(xp_xhashenum, locked, 36);
 
 static void *new_object(void) { return malloc(1); }
 
@@ -98,6 +102,12 @@ void abi_base(void) {
     xpht_put(table, "a", "1");
     CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
     xp_destroy_hashtable(table);
+
+    xp_xhashtable *shared = xp_create_xhashtable(2, XP_RWLOCK_NOPREF, 3, NULL, NULL, NULL, NULL, NULL, NULL);
+    const int bucket = xpxht_write_lock(shared, "a");
+    CHECK(xpxht_put(shared, "a", "1", bucket) == 1 && xpxht_count(shared) == 1);
+    xpxht_write_unlock(shared, bucket);
+    xp_destroy_xhashtable(shared);
 
     xp_lruhash *cache = xp_create_lruhash(1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
     xplh_put(cache, "a", "1");

@@ -24,8 +24,8 @@ inline int __lock_compr(const void *a, const void *b) {
     return (first > second) - (first < second);
 }
 
-/// The slots of a table, which has a hash and a bucket_count. The numbers that are handed out for slots held for
-/// writing carry the `write_mark`; in numbers that come back it is ignored.
+/// The slots of a table, which has buckets, a bucket_count and a hash. The numbers that are handed out for slots held
+/// for writing carry the `write_mark`; in numbers that come back it is ignored.
 template <class Table>
 class stripes {
   public:
@@ -37,7 +37,12 @@ class stripes {
         lock(kind, slot_of(bucket));
         return marked(kind, bucket);
     }
-    uint32_t take_key(hold kind, const void *key) const { return take(kind, bucket_of(key)); }
+    /// The same for a key. Its chain's head is on its way while the slot is locked.
+    uint32_t take_key(hold kind, const void *key) const {
+        const uint32_t bucket = bucket_of(key);
+        __builtin_prefetch(&table_->buckets[bucket]);
+        return take(kind, bucket);
+    }
     void leave(hold kind, uint32_t bucket) const { unlock(kind, slot_of(bucket)); }
 
     /// Both return the number of slots.
