@@ -79,13 +79,11 @@ struct clearing_guard : slot_guard<xp_hashtable> {
     }
 };
 
-/// Holds the slot of one bucket at most, which the enumerator's record names.
+/// Holds the slot of one bucket at most, which the enumerator's record names: a walk releases before it takes.
 struct enumerator_guard {
     xp_xhashenum *e;
 
     void take(int bucket) {
-        if (e->locked == bucket) return;
-        release();
         const hold kind = hold_of_enumerator(e->mode);
         if (kind != hold::none) e->locked = ::take(e->table, kind, bucket);
     }
