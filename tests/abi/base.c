@@ -60,6 +60,13 @@ RECORD(xp_lruhash, 112, value_release, 104);
 AT(xp_lruhash, recency, 24);
 SIZE_IS(xp_lruhashiter, 24);
 SIZE_IS(xp_lruhashenum, 24);
+RECORD(xp_xlruitem, 64, valid, 60);
+AT(xp_xlruitem, key, 40);
+RECORD(xp_xlruhash, 128 + 2 * sizeof(xp_rwlock) + sizeof(pthread_mutex_t) + 8, pending,
+       120 + 2 * sizeof(xp_rwlock) + sizeof(pthread_mutex_t) + 8);
+AT(xp_xlruhash, live_count, 112 + 2 * sizeof(xp_rwlock) + 4);
+SIZE_IS(xp_xlruhashiter, 24);
+RECORD(xp_xlruhashenum, 32, mode, 24);
 
 static void *new_object(void) { return malloc(1); }
 
@@ -103,6 +110,13 @@ void abi_base(void) {
     xplh_put(cache, "a", "1");
     CHECK(xplh_contains(cache, "a") && !xplh_contains(cache, "b"));
     xp_destroy_lruhash(cache);
+
+    xp_xlruhash *shared = xp_create_xlruhash(2, XP_RWLOCK_NOPREF, 1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
+    const uint32_t bucket = xpxlh_write_lock(shared, "a");
+    xpxlh_put(shared, "a", "1", bucket);
+    CHECK(bucket >> 31 == 1 && xpxlh_contains(shared, "a", bucket) && xpxlh_count(shared) == 1);
+    xpxlh_write_unlock(shared, bucket);
+    xp_destroy_xlruhash(shared);
 
     xp_membuf *mb = xp_create_membuf(16);
     CHECK(xpmb_add_str(mb, "x") && xpmb_printf(mb, "%'d", 1000) == 5 && strcmp(xpmb_tostr(mb), "x1,000") == 0);

@@ -23,6 +23,7 @@
 #include "vorncore/base/ptrbag.h"
 #include "vorncore/base/queue.h"
 #include "vorncore/base/stack.h"
+#include "vorncore/base/xlruhash.h"
 
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"
