@@ -24,6 +24,7 @@
 #include "vorncore/base/queue.h"
 #include "vorncore/base/stack.h"
 #include "vorncore/base/xhashtable.h"
+#include "vorncore/base/xlruhash.h"
 
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"
