@@ -49,6 +49,7 @@ for purpose in "${@:-build}"; do
         need libexpat1-dev "baseline: expat"
         need libpugixml-dev "baseline: pugixml"
         need librapidxml-dev "baseline: RapidXml"
+        need libtbb-dev "baseline: oneTBB"
         ;;
     *)
         echo "setup: build, demo, check or bench, not '$purpose'" >&2

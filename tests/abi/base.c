@@ -60,6 +60,17 @@ RECORD(xp_lruhash, 112, value_release, 104);
 AT(xp_lruhash, recency, 24);
 SIZE_IS(xp_lruhashiter, 24);
 SIZE_IS(xp_lruhashenum, 24);
+RECORD(xp_xhashtable, 64 + sizeof(xp_rwlock) + 8 + sizeof(pthread_mutex_t), count_mutex, 64 + sizeof(xp_rwlock) + 8);
+AT(xp_xhashtable, slot_count, 64 + sizeof(xp_rwlock));
+RECORD(xp_xhashenum, 48, mode, 40);
+AT(xp_xhashenum, locked, 36);
+RECORD(xp_xlruitem, 64, valid, 60);
+AT(xp_xlruitem, key, 40);
+RECORD(xp_xlruhash, 128 + 2 * sizeof(xp_rwlock) + sizeof(pthread_mutex_t) + 8, pending,
+       120 + 2 * sizeof(xp_rwlock) + sizeof(pthread_mutex_t) + 8);
+AT(xp_xlruhash, live_count, 112 + 2 * sizeof(xp_rwlock) + 4);
+SIZE_IS(xp_xlruhashiter, 24);
+RECORD(xp_xlruhashenum, 32, mode, 24);
 
 static void *new_object(void) { return malloc(1); }
 
@@ -99,10 +110,23 @@ void abi_base(void) {
     CHECK(strcmp((const char *)xpht_get(table, "a"), "1") == 0 && xpht_get_pair(table, "b") == NULL);
     xp_destroy_hashtable(table);
 
+    xp_xhashtable *shared = xp_create_xhashtable(2, XP_RWLOCK_NOPREF, 3, NULL, NULL, NULL, NULL, NULL, NULL);
+    const int bucket = xpxht_write_lock(shared, "a");
+    CHECK(xpxht_put(shared, "a", "1", bucket) == 1 && xpxht_count(shared) == 1);
+    xpxht_write_unlock(shared, bucket);
+    xp_destroy_xhashtable(shared);
+
     xp_lruhash *cache = xp_create_lruhash(1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
     xplh_put(cache, "a", "1");
     CHECK(xplh_contains(cache, "a") && !xplh_contains(cache, "b"));
     xp_destroy_lruhash(cache);
+
+    xp_xlruhash *shared_cache = xp_create_xlruhash(2, XP_RWLOCK_NOPREF, 1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
+    const uint32_t marked = xpxlh_write_lock(shared_cache, "a");
+    xpxlh_put(shared_cache, "a", "1", marked);
+    CHECK(marked >> 31 == 1 && xpxlh_contains(shared_cache, "a", marked) && xpxlh_count(shared_cache) == 1);
+    xpxlh_write_unlock(shared_cache, marked);
+    xp_destroy_xlruhash(shared_cache);
 
     xp_membuf *mb = xp_create_membuf(16);
     CHECK(xpmb_add_str(mb, "x") && xpmb_printf(mb, "%'d", 1000) == 5 && strcmp(xpmb_tostr(mb), "x1,000") == 0);

@@ -23,6 +23,8 @@
 #include "vorncore/base/ptrbag.h"
 #include "vorncore/base/queue.h"
 #include "vorncore/base/stack.h"
+#include "vorncore/base/xhashtable.h"
+#include "vorncore/base/xlruhash.h"
 
 #include "vorncore/base/base64.h"
 #include "vorncore/base/chartype.h"

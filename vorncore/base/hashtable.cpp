@@ -5,6 +5,7 @@
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/hashchain.h"
 #include "vorncore/base/internal/table.h"
+#include "vorncore/base/internal/tryinit.h"
 
 using namespace vorncore;
 
@@ -40,18 +41,11 @@ chains chains_of(const xp_hashtable *table) { return chains(counted_items{{const
 
 xp_hashitem *find(const xp_hashtable *table, const void *key) { return chains_of(table).find(sought_in(table, key)); }
 
-xp_pair *pair_of(xp_hashitem *item) { return item ? chains::pair(item, nullptr) : nullptr; }
+} // namespace
 
-/// Hands out the value of an item that an iterator found, and leaves the iterator behind it.
-int step(xp_hashiter *iterator, const void *key, const xp_hashitem *found, void **value) {
-    if (!found) return 0;
-    *value = found->value;
-    if (iterator) *iterator = {key, found->next};
-    return 1;
-}
-
-bool init(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare, xp_copy_fn key_copy,
-          xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
+bool vorncore::try_init(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
+                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
+                        xp_release_fn value_release) {
     *table = {try_buckets<xp_hashitem>(bucket_count),
               bucket_count,
               0,
@@ -63,8 +57,6 @@ bool init(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn 
               compare ? compare : compare_texts()};
     return table->buckets;
 }
-
-} // namespace
 
 static int __xpht_put(const char *call, xp_hashtable *table, const void *key, const void *value, put_mode mode) {
     const int result = chains_of(table).put(sought_in(table, key), value, mode);
@@ -103,14 +95,14 @@ int xp_getprime_under(int n) {
 void xp_init_hashtable(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                        xp_release_fn value_release) {
-    if (!init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
         out_of_memory("xp_init_hashtable", bytes_of<xp_hashitem *>(bucket_count));
 }
 
 xp_hashtable *xp_create_hashtable(int bucket_count, xp_hash_fn hash, xp_compare_fn compare, xp_copy_fn key_copy,
                                   xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
     return create_record<xp_hashtable>([=](xp_hashtable *table) {
-        return init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
+        return try_init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
     });
 }
 

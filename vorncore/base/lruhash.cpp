@@ -1,12 +1,10 @@
 #include "vorncore/base/lruhash.h"
 
-#include <limits.h>
-
 #include <algorithm>
 
 #include "vorncore/base/internal/alloc.h"
-#include "vorncore/base/internal/hashchain.h"
 #include "vorncore/base/internal/lrulinks.h"
+#include "vorncore/base/internal/tryinit.h"
 
 using namespace vorncore;
 
@@ -15,32 +13,7 @@ namespace {
 using item = xp_lruitem;
 using links = lru_links<item>;
 
-/// Searches change nothing, but what they find may be changed through the result.
-pointer_pairs<xp_lruhash, item> pairs_of(const xp_lruhash *table) { return {const_cast<xp_lruhash *>(table)}; }
-
-/// The tag of a stored key lies where an item has padding, behind its bucket index. Most items that a search meets on
-/// its way are passed by it without a look at their keys, each of which is a line of memory of its own.
-uint8_t &tag_of(item *i) { return reinterpret_cast<uint8_t *>(i)[offsetof(item, bucket) + sizeof i->bucket]; }
-
-/// A copy hook may have stored another key than was searched for.
-void set_tag(const xp_lruhash *table, const sought &k, item *i) {
-    tag_of(i) = table->key_copy && k.tag != sought::unknown ? sought_in(table, i->key).tag : k.tag;
-}
-
-/// From an item on toward the oldest of its bucket.
-item *first_equal(const xp_lruhash *table, item *i, const item *head, const sought &k) {
-    const auto pairs = pairs_of(table);
-    for (; i != head; i = i->previous)
-        if ((k.tag == sought::unknown || k.tag == tag_of(i)) && pairs.equal(k, i)) return i;
-    return nullptr;
-}
-
-item *find(const xp_lruhash *table, const sought &k) {
-    const item *const head = links::head(table, k.bucket);
-    return first_equal(table, head->previous, head, k);
-}
-
-item *find(const xp_lruhash *table, const void *key) { return find(table, sought_in(table, key)); }
+item *find(const xp_lruhash *table, const void *key) { return links::find(table, sought_in(table, key)); }
 
 item *used(xp_lruhash *table, item *found) {
     if (found) links::use(table, found);
@@ -75,50 +48,17 @@ item *evict(xp_lruhash *table) {
 item *add(xp_lruhash *table, const sought &k, const void *value, item *memory = nullptr) {
     item *const added = memory ? memory : static_cast<item *>(malloc(sizeof(item)));
     if (!added) return nullptr;
-    pairs_of(table).fill(added, k.key, value);
-    set_tag(table, k, added);
-    links::append(table, k.bucket, added);
+    links::place(table, k, value, added);
     links::link_used(table, added);
     table->count++;
     return added;
 }
 
-xp_pair *pair_of(item *i) { return i ? pointer_pairs<xp_lruhash, item>::pair(i, nullptr) : nullptr; }
+} // namespace
 
-/// Hands each equal item to `take`, newest first; returns how many there are.
-template <class Take>
-int each_equal(const xp_lruhash *table, const void *key, Take take) {
-    const sought k = sought_in(table, key);
-    const item *const head = links::head(table, k.bucket);
-    int count = 0;
-    for (item *i = head->previous, *next; (i = first_equal(table, i, head, k)); i = next, count++) {
-        next = i->previous;
-        take(i);
-    }
-    return count;
-}
-
-/// Hands out the value of an item that an iterator found, and leaves the iterator behind it.
-item *step(xp_lruhashiter *iterator, const void *key, xp_lrubucket *head, item *found, void **value) {
-    if (!found) return nullptr;
-    *value = found->value;
-    if (iterator) *iterator = {key, found->previous, head};
-    return found;
-}
-
-item *first(const xp_lruhash *table, const void *key, xp_lruhashiter *iterator, void **value) {
-    const sought k = sought_in(table, key);
-    return step(iterator, key, table->buckets + k.bucket, find(table, k), value);
-}
-
-item *next(const xp_lruhash *table, xp_lruhashiter *iterator, void **value) {
-    const sought k = {iterator->key, 0}; // the bucket does not matter any more
-    item *const found = first_equal(table, iterator->next, as_node<item>(iterator->head), k);
-    return step(iterator, k.key, iterator->head, found, value);
-}
-
-bool init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
-          xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
+bool vorncore::try_init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
+                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
+                        xp_release_fn value_release) {
     *table = {try_array<xp_lrubucket>(bucket_count),
               0,
               capacity,
@@ -135,23 +75,16 @@ bool init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp
     return true;
 }
 
-} // namespace
-
 /// 1 done, 0 refused by the mode, -1 when memory is short.
 static int __xplh_put(xp_lruhash *table, const void *key, const void *value, put_mode mode) {
     const sought k = sought_in(table, key);
-    item *const found = find(table, k);
-    if (!found) return mode == put_mode::replace ? 0 : add(table, k, value, evict(table)) ? 1 : -1;
-    if (mode == put_mode::put) return 0;
-    pairs_of(table).overwrite(found, key, value); // kept: which is no use of it
-    set_tag(table, k, found);
-    return 1;
+    return links::put(table, k, value, mode, [&] { return add(table, k, value, evict(table)); });
 }
 
 void xp_init_lruhash(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                      xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                      xp_release_fn value_release) {
-    if (!init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
         out_of_memory("xp_init_lruhash", bytes_of<xp_lrubucket>(bucket_count));
 }
 
@@ -159,7 +92,7 @@ xp_lruhash *xp_create_lruhash(int capacity, int bucket_count, xp_hash_fn hash, x
                               xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                               xp_release_fn value_release) {
     return create_record<xp_lruhash>([=](xp_lruhash *table) {
-        return init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
+        return try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
     });
 }
 
@@ -201,10 +134,10 @@ void xplh_add(xp_lruhash *table, const void *key, const void *value) {
 
 xp_pair *xplh_new_pair(xp_lruhash *table, const void *key, const void *value, int *inserted) {
     const sought k = sought_in(table, key);
-    item *const found = find(table, k);
+    item *const found = links::find(table, k);
     item *const result = found ? found : add(table, k, value);
     if (inserted) *inserted = !found && result;
-    return pair_of(result);
+    return links::pair_of(result);
 }
 
 void *xplh_new(xp_lruhash *table, const void *key, const void *value, int *inserted) {
@@ -217,21 +150,18 @@ void *xplh_get(xp_lruhash *table, const void *key) {
     return found ? found->value : nullptr;
 }
 
-xp_pair *xplh_get_pair(xp_lruhash *table, const void *key) { return pair_of(used(table, find(table, key))); }
+xp_pair *xplh_get_pair(xp_lruhash *table, const void *key) { return links::pair_of(used(table, find(table, key))); }
 
 int xplh_get_all(xp_lruhash *table, const void *key, xp_array *values) {
-    return each_equal(table, key, [=](item *i) {
-        if (values) xpar_add(values, i->value);
-        links::use(table, i);
-    });
+    return links::all_values(table, sought_in(table, key), values, [=](item *i) { links::use(table, i); });
 }
 
 int xplh_get_first(xp_lruhash *table, const void *key, xp_lruhashiter *iterator, void **value) {
-    return used(table, first(table, key, iterator, value)) != nullptr;
+    return used(table, links::first(table, sought_in(table, key), iterator, value)) != nullptr;
 }
 
 int xplh_get_next(xp_lruhash *table, xp_lruhashiter *iterator, void **value) {
-    return used(table, next(table, iterator, value)) != nullptr;
+    return used(table, links::next(table, iterator, value)) != nullptr;
 }
 
 void *xplh_peek(const xp_lruhash *table, const void *key) {
@@ -239,20 +169,18 @@ void *xplh_peek(const xp_lruhash *table, const void *key) {
     return found ? found->value : nullptr;
 }
 
-xp_pair *xplh_peek_pair(const xp_lruhash *table, const void *key) { return pair_of(find(table, key)); }
+xp_pair *xplh_peek_pair(const xp_lruhash *table, const void *key) { return links::pair_of(find(table, key)); }
 
 int xplh_peek_all(const xp_lruhash *table, const void *key, xp_array *values) {
-    return each_equal(table, key, [=](const item *i) {
-        if (values) xpar_add(values, i->value);
-    });
+    return links::all_values(table, sought_in(table, key), values, [](item *) {});
 }
 
 int xplh_peek_first(const xp_lruhash *table, const void *key, xp_lruhashiter *iterator, void **value) {
-    return first(table, key, iterator, value) != nullptr;
+    return links::first(table, sought_in(table, key), iterator, value) != nullptr;
 }
 
 int xplh_peek_next(const xp_lruhash *table, xp_lruhashiter *iterator, void **value) {
-    return next(table, iterator, value) != nullptr;
+    return links::next(table, iterator, value) != nullptr;
 }
 
 int xplh_contains(const xp_lruhash *table, const void *key) { return find(table, key) != nullptr; }
@@ -264,7 +192,7 @@ int xplh_del(xp_lruhash *table, const void *key) {
 }
 
 int xplh_del_all(xp_lruhash *table, const void *key) {
-    return each_equal(table, key, [=](item *i) { drop(table, i); });
+    return links::each_equal(table, sought_in(table, key), [=](item *i) { return drop(table, i), true; });
 }
 
 void xplh_remove_lru(xp_lruhash *table) { drop(table, links::sentinel(table)->newer); }
@@ -280,28 +208,13 @@ int xplh_enumerate(xp_lruhash *table, xp_pair_fn callback, void *argument) {
 }
 
 int xplh_enumerate_ex(xp_lruhash *table, xp_pair_fn callback, void *argument, int first, int end) {
-    int visited = 0;
-    end = std::min(end, table->bucket_count);
-    for (int bucket = std::max(first, 0); bucket < end; bucket++) {
-        const item *const head = links::head(table, static_cast<uint32_t>(bucket));
-        for (item *i = head->previous; i != head; i = i->previous, visited++)
-            if (!callback(argument, pair_of(i))) return visited;
-    }
-    return visited;
+    return links::enumerate(table, callback, argument, first, end, no_guard());
 }
 
 void xplh_statistic(const xp_lruhash *table, double *mean, double *second) {
-    double sum = 0, squares = 0;
-    for (int bucket = 0; bucket < table->bucket_count; bucket++) {
-        const item *const head = links::head(table, static_cast<uint32_t>(bucket));
-        double position = 1;
-        for (const item *i = head->previous; i != head; i = i->previous, position++) {
-            sum += position;
-            squares += position * position;
-        }
-    }
-    *mean = table->count ? sum / table->count : 0;
-    *second = table->count ? *mean * *mean * (squares / table->count) : 0; // kept: no variance
+    double square_mean;
+    links::positions(table, mean, &square_mean, no_guard());
+    *second = *mean * *mean * square_mean; // kept: no variance
 }
 
 void xplh_rehash(xp_lruhash *table) {
@@ -318,7 +231,7 @@ void xplh_rehash(xp_lruhash *table) {
     while (item *const i = collected) {
         collected = i->next;
         const sought k = sought_in(table, i->key);
-        tag_of(i) = k.tag;
+        links::tag_of(i) = k.tag;
         links::append(table, k.bucket, i);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/report.h"
+#include "vorncore/base/internal/tryinit.h"
 
 using namespace vorncore;
 
@@ -12,7 +13,19 @@ using namespace vorncore;
 
 namespace {
 
-bool init(xp_rwlock *lock, int slots, int mode) {
+/// Waits on a condition while `busy()`, and counts the caller among the waiters for that long.
+template <class Busy>
+void wait_while(xp_rwlock *lock, pthread_cond_t *condition, uint16_t &waiting, Busy busy) {
+    if (!busy()) return;
+    waiting++;
+    do pthread_cond_wait(condition, &lock->mutex);
+    while (busy());
+    waiting--;
+}
+
+} // namespace
+
+bool vorncore::try_init(xp_rwlock *lock, int slots, int mode) {
     const auto row = static_cast<size_t>(slots);
     auto *counts = try_zeroed_array<uint16_t>(saturating_product(row, 4));
     if (!counts) return false;
@@ -27,24 +40,12 @@ bool init(xp_rwlock *lock, int slots, int mode) {
     return true;
 }
 
-/// Waits on a condition while `busy()`, and counts the caller among the waiters for that long.
-template <class Busy>
-void wait_while(xp_rwlock *lock, pthread_cond_t *condition, uint16_t &waiting, Busy busy) {
-    if (!busy()) return;
-    waiting++;
-    do pthread_cond_wait(condition, &lock->mutex);
-    while (busy());
-    waiting--;
-}
-
-} // namespace
-
 void xp_init_rwlock(xp_rwlock *lock, int slots, int mode) {
-    if (!init(lock, slots, mode)) out_of_memory("xp_init_rwlock", saturating_product(bytes_of<uint16_t>(slots), 4));
+    if (!try_init(lock, slots, mode)) out_of_memory("xp_init_rwlock", saturating_product(bytes_of<uint16_t>(slots), 4));
 }
 
 xp_rwlock *xp_create_rwlock(int slots, int mode) {
-    return create_record<xp_rwlock>([=](xp_rwlock *lock) { return init(lock, slots, mode); });
+    return create_record<xp_rwlock>([=](xp_rwlock *lock) { return try_init(lock, slots, mode); });
 }
 
 void xp_close_rwlock(xp_rwlock *lock) {

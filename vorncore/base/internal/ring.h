@@ -10,17 +10,24 @@
 namespace vorncore {
 
 /// Next and Previous are the members of Node that hold the links. A node may be on several rings through several pairs.
-template <class Node, Node *Node::*Next, Node *Node::*Previous>
+/// Who shares a ring may ask for its emptiness while another thread, which has the lock, changes it.
+template <class Node, Node *Node::*Next, Node *Node::*Previous, bool Shared = false>
 struct ring {
-    static void make_empty(Node *sentinel) { sentinel->*Next = sentinel->*Previous = sentinel; }
-    static bool is_empty(const Node *sentinel) { return sentinel->*Next == sentinel; }
+    static void make_empty(Node *sentinel) {
+        set_next(sentinel, sentinel);
+        sentinel->*Previous = sentinel;
+    }
+    static bool is_empty(const Node *sentinel) {
+        if constexpr (Shared) return __atomic_load_n(&(sentinel->*Next), __ATOMIC_RELAXED) == sentinel;
+        return sentinel->*Next == sentinel;
+    }
 
     static void link_before(Node *position, Node *node) { link(position->*Previous, node, position); }
     static void link_after(Node *position, Node *node) { link(position, node, position->*Next); }
 
     /// The links of the node itself stay as they were.
     static void unlink(Node *node) {
-        node->*Previous->*Next = node->*Next;
+        set_next(node->*Previous, node->*Next);
         node->*Next->*Previous = node->*Previous;
     }
 
@@ -42,9 +49,16 @@ struct ring {
   private:
     static void link(Node *previous, Node *node, Node *next) {
         node->*Previous = previous;
-        node->*Next = next;
-        previous->*Next = node;
+        set_next(node, next);
+        set_next(previous, node);
         next->*Previous = node;
+    }
+
+    static void set_next(Node *node, Node *next) {
+        if constexpr (Shared)
+            __atomic_store_n(&(node->*Next), next, __ATOMIC_RELAXED);
+        else
+            node->*Next = next;
     }
 };
 

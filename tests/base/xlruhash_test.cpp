@@ -1,0 +1,420 @@
+#include "vorncore/base/xlruhash.h"
+
+#include <string.h>
+
+#include <atomic>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "support/harness.h"
+
+namespace {
+
+const char *text(const void *item) { return static_cast<const char *>(item); }
+void *duplicate(const void *item) { return strdup(text(item)); }
+uint32_t by_letter(const void *key, uint32_t n) { return static_cast<uint32_t>(*text(key) - 'a') % n; }
+
+int go_on(void *, xp_pair *) { return 1; }
+int stop(void *, xp_pair *) { return 0; }
+
+std::mutex releasing;
+std::string released; // keys, each after a "-"
+void release(void *key) {
+    const std::lock_guard lock(releasing);
+    released += std::string("-") + text(key);
+    free(key);
+}
+std::string take_released() {
+    const std::lock_guard lock(releasing);
+    return std::exchange(released, {});
+}
+
+/// A table whose keys begin with a letter, in a bucket for each, and an enumerator. A step is an operation and its key;
+/// it gives its result ("." for no key) and the keys that it releases. What it stores is its number, which "f" and
+/// those in capitals show. Steps take no slots.
+struct stage {
+    xp_xlruhash table;
+    xp_xlruhashenum e;
+    int steps = 0;
+
+    stage(int capacity, int mode) {
+        xp_init_xlruhash(&table, 4, XP_RWLOCK_WRITER_FIRST, capacity, 26, by_letter, nullptr, duplicate, release,
+                         nullptr, nullptr);
+        xp_init_xlruhashenum(&e, &table, mode);
+    }
+    std::string current() const { return e.current == e.sentinel ? "." : text(e.current->key); }
+    std::string at(int more) const { return more == (e.current != e.sentinel) ? current() : "?"; }
+    static std::string key_of(const xp_pair *pair) { return pair ? text(pair->key) : "."; }
+
+    std::string all(decltype(xpxlh_get_all) *values_of, const char *k, uint32_t b) {
+        std::string result;
+        xp_array values;
+        xp_init_array(&values, 1, nullptr, nullptr);
+        EXPECT_EQ(values_of(&table, k, &values, b), values.count);
+        for (int i = 0; i < values.count; i++) result += *text(values.items[i]);
+        return xp_close_array(&values), result;
+    }
+    std::string each(decltype(xpxlh_get_first) *first, decltype(xpxlh_get_next) *next, const char *k, uint32_t b) {
+        std::string result;
+        xp_xlruhashiter i;
+        void *value;
+        for (int more = first(&table, k, &i, &value, b); more; more = next(&table, &i, &value, b))
+            result += *text(value);
+        return result;
+    }
+
+    std::string result(const std::string &step) {
+        const char *const k = step.c_str() + 1, *const v = &"0123456789abcdefghij"[steps++ % 20];
+        const uint32_t b = *k >= 'a' ? by_letter(k, 26) : 0;
+        int inserted = 9;
+        double mean, variance;
+        std::string shown;
+        switch (step[0]) {
+        case 'p': return std::to_string(xpxlh_put(&table, k, v, b));
+        case 'u': return std::to_string(xpxlh_update(&table, k, v, b));
+        case 'r': return std::to_string(xpxlh_replace(&table, k, v, b));
+        case 'n': return shown = *text(xpxlh_new(&table, k, v, &inserted, b)), shown + std::to_string(inserted);
+        case 'a': return xpxlh_add(&table, k, v, b), "";
+        case 'd': return std::to_string(xpxlh_del(&table, k, b));
+        case 'D': return std::to_string(xpxlh_del_all(&table, k, b));
+        case 'g': return key_of(xpxlh_get_pair(&table, k, b));
+        case 'k': return key_of(xpxlh_peek_pair(&table, k, b));
+        case 'G': return all(xpxlh_get_all, k, b);
+        case 'K': return all(xpxlh_peek_all, k, b);
+        case 'f': return each(xpxlh_get_first, xpxlh_get_next, k, b);
+        case 'F': return each(xpxlh_peek_first, xpxlh_peek_next, k, b);
+        case '?': return std::to_string(xpxlh_contains(&table, k, b));
+        case '#': return std::to_string(xpxlh_count(&table));
+        case 's': return xpxlh_statistic(&table, &mean, &variance, -1), std::to_string(int(10 * mean + variance));
+        case 't': return xpxlh_diet(&table), "";
+        case 'c': return xpxlh_clear(&table, *k - '1'), ""; // "c0" without locks
+        case 'z': return table.lru.capacity = *k - '0', "";
+        case '>': return at(xpxlhe_next(&e));
+        case 'X': return at(xpxlhe_del(&e));
+        case 'q': return xp_close_xlruhashenum(&e), xp_init_xlruhashenum(&e, &table, 2), "";
+        }
+        return "?";
+    }
+};
+
+TEST(XLruHash, ShowsItsOddRules) {
+    const struct {
+        const char *name, *steps, *results;
+    } cases[] = {
+        {"evicted at once, released by diet", "pa pb pc # ga ka t", "1 1 1 2 . . -a"},
+        {"peek is no use", "pa pb ka pc ga", "1 1 a 1 ."},
+        {"get is a use", "pa pb ga pc ka kb", "1 1 a 1 a ."},
+        {"update is no use", "pa pb ua pc ka", "1 1 1-a 1 ."},
+        {"new of a present key is a use", "pa pb na pc ?b", "1 1 00 1 0"},
+        {"new and add evict", "pa pb nc ab # t", "1 1 21  2 -b-a"},
+        {"one eviction goes from the least recently used on", "z3 pa pb pc z1 ga pd t #", " 1 1 1  a 1 -b-c-a 1"},
+        {"replace and update go for the newest", "z3 aa aa ra ua rb Ka", "   1-a 1-a 0 41"},
+        {"equal keys are used newest first", "z3 aa aa aa Ga pb Ka fa pb Ka", "    321 1 21 21 0 21"},
+        {"peek uses none of them", "z2 aa aa Fa pb Ka", "   21 1 2"},
+        {"del takes the newest, del_all all", "z4 aa aa aa pab da Da # t", "    1 1-a 2-a-a 1 "},
+        {"a key comes back while it is pending", "pa pb pc pa ka t #", "1 1 1 1 a -b-a 2"},
+        {"an evicted item is not there to delete", "pa pb pc da db t", "1 1 1 0 1-b -a"},
+        {"clear goes by buckets, then frees what is pending", "pa pc pb c1 #", "1 1 1 -b-c-a 0"},
+        {"clear without locks", "pa pc pb c0 #", "1 1 1 -b-c-a 0"},
+        {"freed when the enumerator moves on", "pa pb > pc t >", "1 1 a 1  b-a"},
+        {"freed when the enumerator is closed", "pa pb > pc t q", "1 1 a 1  -a"},
+        {"on from an evicted item", "pa pb > pc pd > > > t", "1 1 a 1 1 c d . -b-a"},
+        {"on from a deleted item", "pa pb > da # >", "1 1 a 1 1 b-a"},
+        {"on from a cleared table", "pa pb > c1 >", "1 1 a -b .-a"},
+        {"on from an item that was used", "pa pb > ga >", "1 1 a a ."},
+        {"deletes on its way, and starts anew", "pa pb X > X # > > X X #", "1 1 . a b-a 1 . b .-b . 0"},
+        {"an evicted item has a position, no more", "s pa pax ga pay s", "0 1 1 a 1 21"},
+        {"an evicted item is not deleted", "pa pb > pc X t q", "1 1 a 1 b -a "},
+    };
+    for (const auto &c : cases) {
+        stage s(2, 2);
+        std::string results, steps = std::string(c.steps) + ' ';
+        for (size_t end; (end = steps.find(' ')) != steps.npos; steps.erase(0, end + 1))
+            results += s.result(steps.substr(0, end)), results += take_released() + ' ';
+        results.pop_back();
+        EXPECT_EQ(results, c.results) << c.name;
+        s.result("q");
+        xp_close_xlruhash(&s.table);
+        take_released();
+    }
+}
+
+/// Three items, a, b and c, that the enumerator walks while others evict, free, delete and use. Whatever the order:
+/// nothing is released by an eviction, or while the enumerator is on it, or twice; and the enumerator meets every item
+/// that lasts, in order, unless the one it was on, or that one itself, was moved by a use.
+struct encounter : stage {
+    std::string met, gone, unused = "abc", fresh = "fjnr"; // those that come anew have b's slot
+    bool ended = false, moved = false;
+
+    explicit encounter(int mode) : stage(3, 2) {
+        for (const char *step : {"pa", "pb", "pc"}) EXPECT_EQ(result(step), "1");
+        xp_init_xlruhashenum(&e, &table, mode);
+    }
+
+    void act(char what) {
+        gone += take_released(); // by diets in other threads
+        if (ended && (what == '>' || what == 'X')) return;
+        if (what == '>' || what == 'X') met += result({what}), ended = met.back() == '.';
+        if (what == 't') result("t");
+        if (what == 'd') result("db");
+        if (what == 'g' && result("gb") == "b") unused = "ac", moved |= !ended && current() == "b";
+        if (what == 'p') result(std::string("p") + fresh[0]), fresh.erase(0, 1);
+        EXPECT_TRUE(released.empty() || (what != 'p' && what != 'g')) << what;
+        gone += take_released();
+        EXPECT_EQ(gone.find(current()), gone.npos) << "released under the enumerator";
+    }
+
+    /// Once the enumerator is closed.
+    ~encounter() {
+        std::string lasting, of_them;
+        for (const char key : unused) lasting += result({'k', key});
+        std::erase(lasting, '.');
+        for (const char key : met)
+            if (lasting.find(key) != lasting.npos) of_them += key;
+        EXPECT_TRUE(moved || of_them == lasting) << "met " << met << ", lasting " << lasting;
+        result("t");
+        gone += take_released();
+        const int live = xpxlh_enumerate(&table, go_on, nullptr, -1);
+        EXPECT_EQ(xpxlh_count(&table), live);
+        EXPECT_EQ(gone.size() / 2 + static_cast<size_t>(live), 7 - fresh.size());
+        xp_close_xlruhash(&table);
+        gone += take_released();
+        std::erase(gone, '-');
+        std::sort(gone.begin(), gone.end());
+        EXPECT_EQ(gone + fresh, "abcfjnr");
+    }
+};
+
+/// Calls play(order) with every order in which the steps of the actors, each actor's in their own order, can follow one
+/// another; returns how many there are.
+template <class Play>
+int in_every_order(const std::vector<std::string> &actors, const Play &play, const std::string &order = "") {
+    int plays = 0;
+    for (size_t i = 0; i < actors.size(); i++) {
+        if (actors[i].empty()) continue;
+        auto rest = actors;
+        rest[i].erase(0, 1);
+        plays += in_every_order(rest, play, order + actors[i][0]);
+    }
+    if (!plays) play(order);
+    return std::max(plays, 1);
+}
+
+TEST(XLruHash, EnumeratorWithoutLocksMeetsOthersInEveryOrder) {
+    const struct {
+        std::vector<std::string> actors;
+        int orders;
+    } cases[] = {{{">>>", "ppp", "tdt"}, 1680}, {{">>>>", "pp", "tgt"}, 1260}, {{">X>", "pp", "dt"}, 210},
+                 {{">>X>", "pg", "td"}, 420},   {{">X>", "pppp", "tt"}, 1260}, {{">", "pppp", "dgt"}, 280}};
+    const auto play = [](const std::string &order) {
+        SCOPED_TRACE(order);
+        encounter all(2);
+        for (const char what : order) all.act(what);
+        while (!all.ended) all.act('>');
+        xp_close_xlruhashenum(&all.e);
+    };
+    for (const auto &c : cases) EXPECT_EQ(in_every_order(c.actors, play), c.orders);
+}
+
+/// The enumerator rests on a and, on its way to b, waits for b's slot, which this thread has. This thread takes steps;
+/// where a diet has to wait for the slot, it does so in a thread of its own, and goes before an enumerator that reads.
+void meet_between_slots(int mode, const std::string &steps) {
+    SCOPED_TRACE(std::to_string(mode) + " " + steps);
+    encounter all(mode);
+    xp_rwlock &lock = all.table.bucket_lock;
+    std::atomic<int> dieted = 0;
+    const auto arrived = [&] { // at the slot, or behind it
+        pthread_mutex_lock(&lock.mutex);
+        const int waiting = lock.waiting_readers[1] + lock.waiting_writers[1];
+        pthread_mutex_unlock(&lock.mutex);
+        return static_cast<size_t>(waiting + dieted);
+    };
+    std::vector<std::thread> threads;
+    const auto start = [&](auto work) {
+        for (threads.emplace_back(work); arrived() < threads.size();) std::this_thread::yield();
+    };
+    all.act('>');
+    xpxlh_write_lock_by_nr(&all.table, 1);
+    start([&] {
+        while (xpxlhe_next(&all.e)) all.met += all.current();
+        xp_close_xlruhashenum(&all.e);
+    });
+    for (const char what : steps) what == 't' ? start([&] { xpxlh_diet(&all.table), dieted++; }) : all.act(what);
+    xpxlh_write_unlock(&all.table, 1);
+    for (std::thread &thread : threads) thread.join();
+}
+
+TEST(XLruHash, EnumeratorsThatChangeSlotsMeetOthersInEveryOrder) {
+    for (const int mode : {0, 1})
+        for (int n = 0; n < 625; n++) { // every word of up to four steps
+            std::string steps;
+            for (int rest = n; rest; rest /= 5) steps += " pdgt"[rest % 5];
+            if (steps.find(' ') == steps.npos) meet_between_slots(mode, steps);
+        }
+}
+
+/// The holders of the slots and of the list lock: a digit for readers, w for a writer.
+std::string held(const xp_xlruhash &table) {
+    std::string all;
+    const auto add = [&](const xp_rwlock &lock, int slot) {
+        all += lock.active_writers[slot] ? "w" : std::to_string(lock.active_readers[slot]);
+    };
+    for (int slot = 0; slot < table.slot_count; slot++) add(table.bucket_lock, slot);
+    add(table.list_lock, 0);
+    return all;
+}
+
+TEST(XLruHash, TakesTheLocksThatItSays) {
+    xp_xlruhash table;
+    xp_init_xlruhash(&table, 4, 0, 9, 8, by_letter, nullptr, nullptr, nullptr, nullptr, nullptr);
+    const uint32_t bucket = xpxlh_write_lock(&table, "h"), mark = 0x80000000;
+    EXPECT_EQ(bucket, mark | 7);
+    for (const char *key : {"h", "c"}) xpxlh_put(&table, key, key, mark | by_letter(key, 8));
+    xpxlh_write_unlock(&table, bucket);
+    EXPECT_EQ(xpxlh_read_lock_by_nr(&table, xpxlh_read_lock(&table, "h") | mark), 7u);
+    EXPECT_EQ(held(table), "00020");
+    xpxlh_read_unlock(&table, 7), xpxlh_read_unlock(&table, bucket);
+    EXPECT_EQ(xpxlh_write_lock_by_nr(&table, 7), bucket);
+    EXPECT_EQ(held(table), "000w0");
+    xpxlh_write_unlock(&table, 7);
+    EXPECT_EQ(xpxlh_write_lock_all(&table), 4);
+    EXPECT_EQ(held(table), "wwww0");
+    EXPECT_EQ(xpxlh_write_unlock_all(&table) + xpxlh_read_lock_all(&table) + xpxlh_read_unlock_all(&table), 12);
+
+    xp_array *keys = xp_create_array(4, nullptr, nullptr), *slots = xp_create_array(1, nullptr, nullptr);
+    for (const char *key : {"h", "b", "d", "f"}) xpar_add(keys, key); // d and h share a slot, b and f another
+    EXPECT_EQ(xpxlh_write_locks(&table, keys, slots), 2);
+    EXPECT_EQ(held(table), "0w0w0");
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(slots->items[1]), mark | 3);
+    xpxlh_write_unlocks(&table, slots);
+    EXPECT_EQ(xpxlh_read_locks(&table, keys, slots), 2);
+    EXPECT_EQ(held(table), "01010");
+    xpxlh_read_unlocks(&table, slots);
+    xp_destroy_array(keys), xp_destroy_array(slots);
+
+    const struct {
+        int mode;
+        const char *stopped, *rests, *at_end; // by a callback; an enumerator on its first item, h; behind the last
+    } cases[] = {{0, "00101", "00011", "00001"},
+                 {1, "00w0w", "000ww", "0000w"},
+                 {2, "00w0w", "00000", "00000"},
+                 {-1, "00000", "00000", "00000"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(xpxlh_enumerate_ex(&table, stop, nullptr, -5, 9, c.mode), 0);
+        EXPECT_EQ(held(table), c.stopped) << c.mode;
+        if (c.mode == 0) xprwl_read_unlock(&table.list_lock, 0), xpxlh_read_unlock(&table, 2);
+        if (c.mode > 0) xprwl_write_unlock(&table.list_lock, 0), xpxlh_write_unlock(&table, 2);
+        xp_xlruhashenum e;
+        xp_init_xlruhashenum(&e, &table, c.mode);
+        for (const char *expected : {c.at_end, c.rests}) {
+            EXPECT_EQ(held(table), expected) << c.mode;
+            xpxlhe_next(&e);
+        }
+        EXPECT_STREQ(text(e.current->key), "c");
+        EXPECT_EQ(xpxlhe_next(&e), 0);
+        EXPECT_EQ(held(table), c.at_end) << c.mode;
+        xpxlhe_next(&e);
+        xp_close_xlruhashenum(&e);
+        EXPECT_EQ(held(table), "00000") << c.mode;
+    }
+    xp_close_xlruhash(&table);
+}
+
+/// A value that knows its key; two hooks count how many there are.
+struct checked {
+    std::string key, again;
+};
+std::atomic<int> values, wrong;
+void *make_checked(const void *key) { return values++, new checked{text(key), text(key)}; }
+void drop_checked(void *value) {
+    auto *const c = static_cast<checked *>(value);
+    wrong += c->key != c->again;
+    c->key.clear();
+    values--, delete c;
+}
+void check(const void *key, const void *value) {
+    const auto *const c = static_cast<const checked *>(value);
+    wrong += c->key != text(key) || c->again != c->key;
+}
+int check_pair(void *, xp_pair *pair) { return check(pair->key, pair->value), 1; }
+
+struct XLruHashThreads : testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(, XLruHashThreads, testing::Values(2, 4, 16));
+
+TEST_P(XLruHashThreads, ShareATable) {
+    constexpr int capacity = 100;
+    xp_xlruhash *const t = xp_create_xlruhash(8, GetParam() / 2 % 8, capacity, 101, nullptr, nullptr, duplicate, free,
+                                              make_checked, drop_checked);
+    const auto walk = [=](int mode, int steps) {
+        xp_xlruhashenum e;
+        xp_init_xlruhashenum(&e, t, mode);
+        for (int more = xpxlhe_next(&e); more && steps--; more = mode && steps % 3 ? xpxlhe_del(&e) : xpxlhe_next(&e))
+            check(e.current->key, e.current->value);
+        xp_close_xlruhashenum(&e);
+    };
+    const auto work = [=](unsigned self) {
+        std::mt19937 random(self);
+        for (int n = 0; n < 48'000 / GetParam(); n++) {
+            const std::string key = std::to_string(random() % 20 * (random() % 20));
+            const char *const k = key.c_str();
+            const unsigned what = random() % 64;
+            double mean, variance;
+            const uint32_t b = what < 32 ? xpxlh_read_lock(t, k) : what < 56 ? xpxlh_write_lock(t, k) : 0;
+            if (what < 24)
+                if (const void *value = what % 2 ? xpxlh_get(t, k, b) : xpxlh_peek(t, k, b)) check(k, value);
+            if (what >= 24 && what < 32) xpxlh_get_all(t, k, nullptr, b);
+            if (what >= 32 && what < 40) xpxlh_put(t, k, k, b);
+            if (what >= 40 && what < 44) xpxlh_update(t, k, k, b);
+            if (what >= 44 && what < 48) check(k, xpxlh_new(t, k, k, nullptr, b));
+            if (what >= 48 && what < 56) what % 2 ? xpxlh_del(t, k, b) : xpxlh_del_all(t, k, b);
+            if (what < 32) xpxlh_read_unlock(t, b);
+            if (what >= 32 && what < 56) xpxlh_write_unlock(t, b);
+            if (what == 56 || what == 57) xpxlh_diet(t);
+            if (what == 58 || what == 59) walk(what % 2, n % 50);
+            if (what == 60) xpxlh_enumerate(t, check_pair, nullptr, n % 2);
+            if (what == 61) xpxlh_statistic(t, &mean, &variance, 0);
+            if (what == 62 && n % 8 == 0) xpxlh_clear(t, 0);
+            wrong += xpxlh_count(t) > capacity + 1; // one is on its way in
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < GetParam(); i++) threads.emplace_back(work, static_cast<unsigned>(i));
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(held(*t), "000000000");
+    int on_list = 0, in_buckets = xpxlh_enumerate(t, check_pair, nullptr, -1);
+    xp_xlruhashenum e;
+    for (xp_init_xlruhashenum(&e, t, 0); xpxlhe_next(&e); on_list++) {
+        EXPECT_TRUE(e.current->older->newer == e.current && e.current->next->previous == e.current);
+        EXPECT_TRUE(e.current->valid == 1 && e.current->references == 2);
+    }
+    xp_close_xlruhashenum(&e);
+    EXPECT_TRUE(on_list == xpxlh_count(t) && on_list == in_buckets && on_list <= capacity);
+    xpxlh_diet(t);
+    EXPECT_EQ(values, on_list);
+    xp_destroy_xlruhash(t);
+    EXPECT_EQ(values, 0);
+}
+
+TEST(XLruHash, FailedAllocationsLeaveTheTableAsItWas) {
+    harness::oom_sweep([] {
+        xp_xlruhash *table = xp_create_xlruhash(2, 0, 9, 3, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        if (!table) return;
+        int inserted = 9;
+        const bool put = xpxlh_put(table, "a", "1", 0), added = xpxlh_new(table, "b", "2", &inserted, 1);
+        EXPECT_EQ(xpxlh_count(table), put + added);
+        EXPECT_EQ(inserted, added);
+        if (xp_xlruhashenum *e = xp_create_xlruhashenum(table, 0)) xp_destroy_xlruhashenum(e);
+        xp_destroy_xlruhash(table);
+    });
+    stage s(2, 2);
+    const auto fail = [&] {
+        const harness::fail_allocation failure(1);
+        xpxlh_add(&s.table, "d", "4", 3);
+    };
+    EXPECT_DEATH(fail(), "vorncore: xpxlh_add: out of memory");
+    xp_close_xlruhash(&s.table);
+}
+
+} // namespace
