@@ -56,7 +56,7 @@ void xp_init_array(xp_array *array, int capacity, xp_copy_fn copy, xp_release_fn
 }
 
 xp_array *xp_create_array(int capacity, xp_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_array>([=](xp_array *array) { return init(array, capacity, copy, release); });
+    return create_record<xp_array>(init, capacity, copy, release);
 }
 
 void xp_close_array(xp_array *array) {

@@ -109,9 +109,8 @@ void xp_init_hashtable(xp_hashtable *table, int bucket_count, xp_hash_fn hash, x
 
 xp_hashtable *xp_create_hashtable(int bucket_count, xp_hash_fn hash, xp_compare_fn compare, xp_copy_fn key_copy,
                                   xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
-    return create_record<xp_hashtable>([=](xp_hashtable *table) {
-        return init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
-    });
+    return create_record<xp_hashtable>(init, bucket_count, hash, compare, key_copy, key_release, value_copy,
+                                       value_release);
 }
 
 void xp_close_hashtable(xp_hashtable *table) {
@@ -219,10 +218,7 @@ void xp_init_hashenum_ex(xp_hashenum *e, xp_hashtable *table, int first, int end
 xp_hashenum *xp_create_hashenum(xp_hashtable *table) { return xp_create_hashenum_ex(table, 0, table->bucket_count); }
 
 xp_hashenum *xp_create_hashenum_ex(xp_hashtable *table, int first, int end) {
-    return create_record<xp_hashenum>([=](xp_hashenum *e) {
-        xp_init_hashenum_ex(e, table, first, end);
-        return true;
-    });
+    return create_record<xp_hashenum>(xp_init_hashenum_ex, table, first, end);
 }
 
 void xp_close_hashenum(xp_hashenum *) {}

@@ -158,9 +158,8 @@ void xp_init_lruhash(xp_lruhash *table, int capacity, int bucket_count, xp_hash_
 xp_lruhash *xp_create_lruhash(int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                               xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                               xp_release_fn value_release) {
-    return create_record<xp_lruhash>([=](xp_lruhash *table) {
-        return init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
-    });
+    return create_record<xp_lruhash>(init, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy,
+                                     value_release);
 }
 
 void xp_close_lruhash(xp_lruhash *table) {
@@ -328,10 +327,7 @@ void xp_init_lruhashenum(xp_lruhashenum *e, xp_lruhash *table) {
 }
 
 xp_lruhashenum *xp_create_lruhashenum(xp_lruhash *table) {
-    return create_record<xp_lruhashenum>([=](xp_lruhashenum *e) {
-        xp_init_lruhashenum(e, table);
-        return true;
-    });
+    return create_record<xp_lruhashenum>(xp_init_lruhashenum, table);
 }
 
 void xp_close_lruhashenum(xp_lruhashenum *) {}
