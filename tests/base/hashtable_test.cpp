@@ -107,6 +107,10 @@ TEST(HashTable, HooksAndComparisonAreCalledInOrder) {
     EXPECT_DEATH((fail_allocation(1), xpht_update(t, ".c", "8")), "vorncore: xpht_update: out of memory");
     xp_destroy_hashtable(t);
     expect(0, 0, {"-kb", "-v4", "-klong", "-v7"});
+    t = xp_create_hashtable(1, nullptr, nullptr, copy<'k', 1>, nullptr, nullptr, nullptr);
+    xpht_put(t, ".ab", "1"), xpht_replace(t, "ab", "2"); // what is found is what the hook stored
+    expect(xpht_contains(t, "ab") + 2 * xpht_contains(t, "b"), 2, {"+k.ab", "+kab"});
+    xp_destroy_hashtable(t);
 }
 
 TEST(HashTable, CountsPositionsAndCallsTheReleaseHooksThatAreSet) {
