@@ -126,8 +126,12 @@ TEST(HashTable, CountsPositionsAndCallsTheReleaseHooksThatAreSet) {
         xpht_statistic(&table, &mean, &variance);
         EXPECT_DOUBLE_EQ(mean, 4.0 / 3);
         EXPECT_DOUBLE_EQ(variance, 2 - 16.0 / 9);
-        xp_close_hashtable(&table);
+        EXPECT_EQ(xpht_enumerate(
+                      &table, [](void *, xp_pair *) { return 1; }, nullptr),
+                  3);
+        xpht_reset(&table);
         EXPECT_EQ(std::exchange(calls, {}), each[set]);
+        xp_close_hashtable(&table);
     }
 }
 
