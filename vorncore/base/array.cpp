@@ -24,14 +24,14 @@ void release(const xp_array *array, int index) {
 }
 
 bool resize(xp_array *array, int capacity) {
-    void **items = try_resize(array->items, capacity);
+    void **items = capacity < 0 ? nullptr : try_resize(array->items, capacity);
     if (!items) return false;
     array->items = items;
     array->capacity = capacity;
     return true;
 }
 
-/// The capacity doubled until it is at least `wanted`; -1, which no allocation grants, where doubling never gets there.
+/// The capacity doubled until it is at least `wanted`; -1 where doubling never gets there.
 int doubled(int capacity, int wanted) {
     if (capacity <= 0) return -1;
     while (capacity < wanted)
