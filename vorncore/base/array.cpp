@@ -24,14 +24,14 @@ void release(const xp_array *array, int index) {
 }
 
 bool resize(xp_array *array, int capacity) {
-    void **items = try_resize(array->items, capacity);
+    void **items = capacity < 0 ? nullptr : try_resize(array->items, capacity);
     if (!items) return false;
     array->items = items;
     array->capacity = capacity;
     return true;
 }
 
-/// The capacity doubled until it is at least `wanted`; -1, which no allocation grants, where doubling never gets there.
+/// The capacity doubled until it is at least `wanted`; -1 where doubling never gets there.
 int doubled(int capacity, int wanted) {
     if (capacity <= 0) return -1;
     while (capacity < wanted)
@@ -56,7 +56,7 @@ void xp_init_array(xp_array *array, int capacity, xp_copy_fn copy, xp_release_fn
 }
 
 xp_array *xp_create_array(int capacity, xp_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_array>([=](xp_array *array) { return init(array, capacity, copy, release); });
+    return create_record<xp_array>(init, capacity, copy, release);
 }
 
 void xp_close_array(xp_array *array) {

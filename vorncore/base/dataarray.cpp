@@ -45,10 +45,7 @@ void xp_init_dataarray(xp_dataarray *array, uint32_t capacity, uint32_t item_siz
 }
 
 xp_dataarray *xp_create_dataarray(uint32_t capacity, uint32_t item_size, xp_slot_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_dataarray>([=](xp_dataarray *array) {
-        xp_init_dataarray(array, capacity, item_size, copy, release);
-        return true;
-    });
+    return create_record<xp_dataarray>(xp_init_dataarray, capacity, item_size, copy, release);
 }
 
 void xp_close_dataarray(xp_dataarray *array) {

@@ -88,10 +88,8 @@ void xp_init_datahash(xp_datahash *table, uint32_t bucket_count, xp_hash_fn hash
 xp_datahash *xp_create_datahash(uint32_t bucket_count, xp_hash_fn hash, xp_compare_fn compare, uint32_t key_size,
                                 xp_slot_copy_fn key_copy, xp_release_fn key_release, uint32_t value_size,
                                 xp_slot_copy_fn value_copy, xp_release_fn value_release) {
-    return create_record<xp_datahash>([=](xp_datahash *table) {
-        return init(table, bucket_count, hash, compare, key_size, key_copy, key_release, value_size, value_copy,
-                    value_release);
-    });
+    return create_record<xp_datahash>(init, bucket_count, hash, compare, key_size, key_copy, key_release, value_size,
+                                      value_copy, value_release);
 }
 
 void xp_close_datahash(xp_datahash *table) {
@@ -153,10 +151,7 @@ void xp_init_datahashenum_ex(xp_datahashenum *e, xp_datahash *table, int first, 
 xp_datahashenum *xp_create_datahashenum(xp_datahash *table) { return xp_create_datahashenum_ex(table, 0, INT_MAX); }
 
 xp_datahashenum *xp_create_datahashenum_ex(xp_datahash *table, int first, int end) {
-    return create_record<xp_datahashenum>([=](xp_datahashenum *e) {
-        xp_init_datahashenum_ex(e, table, first, end);
-        return true;
-    });
+    return create_record<xp_datahashenum>(xp_init_datahashenum_ex, table, first, end);
 }
 
 void xp_close_datahashenum(xp_datahashenum *) {}

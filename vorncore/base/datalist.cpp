@@ -32,10 +32,7 @@ void xp_init_datalist(xp_datalist *list, uint32_t item_size, xp_slot_copy_fn cop
 }
 
 xp_datalist *xp_create_datalist(uint32_t item_size, xp_slot_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_datalist>([=](xp_datalist *list) {
-        xp_init_datalist(list, item_size, copy, release);
-        return true;
-    });
+    return create_record<xp_datalist>(xp_init_datalist, item_size, copy, release);
 }
 
 void xp_close_datalist(xp_datalist *list) { nodes::clear(list); }
@@ -73,10 +70,7 @@ xp_datanode *xpdl_search(xp_datalist *list, const void *key, xp_compare_fn compa
 void xp_init_datalistenum(xp_datalistenum *e, xp_datalist *list) { *e = {list, nodes::head(list)}; }
 
 xp_datalistenum *xp_create_datalistenum(xp_datalist *list) {
-    return create_record<xp_datalistenum>([=](xp_datalistenum *e) {
-        xp_init_datalistenum(e, list);
-        return true;
-    });
+    return create_record<xp_datalistenum>(xp_init_datalistenum, list);
 }
 
 void xp_close_datalistenum(xp_datalistenum *) {}

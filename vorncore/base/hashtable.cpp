@@ -43,9 +43,9 @@ xp_hashitem *find(const xp_hashtable *table, const void *key) { return chains_of
 
 } // namespace
 
-bool vorncore::try_init(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
-                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
-                        xp_release_fn value_release) {
+bool vorncore::try_init_hashtable(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
+                                  xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
+                                  xp_release_fn value_release) {
     *table = {try_buckets<xp_hashitem>(bucket_count),
               bucket_count,
               0,
@@ -95,15 +95,14 @@ int xp_getprime_under(int n) {
 void xp_init_hashtable(xp_hashtable *table, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                        xp_release_fn value_release) {
-    if (!try_init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init_hashtable(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
         out_of_memory("xp_init_hashtable", bytes_of<xp_hashitem *>(bucket_count));
 }
 
 xp_hashtable *xp_create_hashtable(int bucket_count, xp_hash_fn hash, xp_compare_fn compare, xp_copy_fn key_copy,
                                   xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
-    return create_record<xp_hashtable>([=](xp_hashtable *table) {
-        return try_init(table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
-    });
+    return create_record<xp_hashtable>(try_init_hashtable, bucket_count, hash, compare, key_copy, key_release,
+                                       value_copy, value_release);
 }
 
 void xp_close_hashtable(xp_hashtable *table) {
@@ -211,10 +210,7 @@ void xp_init_hashenum_ex(xp_hashenum *e, xp_hashtable *table, int first, int end
 xp_hashenum *xp_create_hashenum(xp_hashtable *table) { return xp_create_hashenum_ex(table, 0, table->bucket_count); }
 
 xp_hashenum *xp_create_hashenum_ex(xp_hashtable *table, int first, int end) {
-    return create_record<xp_hashenum>([=](xp_hashenum *e) {
-        xp_init_hashenum_ex(e, table, first, end);
-        return true;
-    });
+    return create_record<xp_hashenum>(xp_init_hashenum_ex, table, first, end);
 }
 
 void xp_close_hashenum(xp_hashenum *) {}

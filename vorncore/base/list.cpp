@@ -30,10 +30,7 @@ void xp_init_list(xp_list *list, xp_copy_fn copy, xp_release_fn release) {
 }
 
 xp_list *xp_create_list(xp_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_list>([=](xp_list *list) {
-        xp_init_list(list, copy, release);
-        return true;
-    });
+    return create_record<xp_list>(xp_init_list, copy, release);
 }
 
 void xp_close_list(xp_list *list) { nodes::clear(list); }
@@ -71,12 +68,7 @@ xp_listnode *xpls_search(xp_list *list, const void *key, xp_compare_fn compare) 
 
 void xp_init_listenum(xp_listenum *e, xp_list *list) { *e = {list, nodes::head(list)}; }
 
-xp_listenum *xp_create_listenum(xp_list *list) {
-    return create_record<xp_listenum>([=](xp_listenum *e) {
-        xp_init_listenum(e, list);
-        return true;
-    });
-}
+xp_listenum *xp_create_listenum(xp_list *list) { return create_record<xp_listenum>(xp_init_listenum, list); }
 
 void xp_close_listenum(xp_listenum *) {}
 

@@ -56,9 +56,9 @@ item *add(xp_lruhash *table, const sought &k, const void *value, item *memory = 
 
 } // namespace
 
-bool vorncore::try_init(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
-                        xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
-                        xp_release_fn value_release) {
+bool vorncore::try_init_lruhash(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash,
+                                xp_compare_fn compare, xp_copy_fn key_copy, xp_release_fn key_release,
+                                xp_copy_fn value_copy, xp_release_fn value_release) {
     *table = {try_array<xp_lrubucket>(bucket_count),
               0,
               capacity,
@@ -84,16 +84,16 @@ static int __xplh_put(xp_lruhash *table, const void *key, const void *value, put
 void xp_init_lruhash(xp_lruhash *table, int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                      xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                      xp_release_fn value_release) {
-    if (!try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init_lruhash(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy,
+                          value_release))
         out_of_memory("xp_init_lruhash", bytes_of<xp_lrubucket>(bucket_count));
 }
 
 xp_lruhash *xp_create_lruhash(int capacity, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
                               xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
                               xp_release_fn value_release) {
-    return create_record<xp_lruhash>([=](xp_lruhash *table) {
-        return try_init(table, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release);
-    });
+    return create_record<xp_lruhash>(try_init_lruhash, capacity, bucket_count, hash, compare, key_copy, key_release,
+                                     value_copy, value_release);
 }
 
 void xp_close_lruhash(xp_lruhash *table) {
@@ -241,10 +241,7 @@ void xp_init_lruhashenum(xp_lruhashenum *e, xp_lruhash *table) {
 }
 
 xp_lruhashenum *xp_create_lruhashenum(xp_lruhash *table) {
-    return create_record<xp_lruhashenum>([=](xp_lruhashenum *e) {
-        xp_init_lruhashenum(e, table);
-        return true;
-    });
+    return create_record<xp_lruhashenum>(xp_init_lruhashenum, table);
 }
 
 void xp_close_lruhashenum(xp_lruhashenum *) {}

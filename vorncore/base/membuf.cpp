@@ -101,12 +101,7 @@ static int32_t newbuf(xp_fmt_target *target) {
 
 void xp_init_membuf(xp_membuf *mb, uint32_t initial) { *mb = {empty_byte, 0, empty_byte, std::max(initial, 1u), 0}; }
 
-xp_membuf *xp_create_membuf(uint32_t initial) {
-    return create_record<xp_membuf>([=](xp_membuf *mb) {
-        xp_init_membuf(mb, initial);
-        return true;
-    });
-}
+xp_membuf *xp_create_membuf(uint32_t initial) { return create_record<xp_membuf>(xp_init_membuf, initial); }
 
 void xp_close_membuf(xp_membuf *mb) {
     if (mb->capacity) free(mb->data);
@@ -239,6 +234,5 @@ xpi_iostream *xpmb_create_iostream(xp_membuf *mb) {
     return create_record<xpi_iostream>([mb](xpi_iostream *stream) {
         *stream = operations;
         stream->context = mb;
-        return true;
     });
 }

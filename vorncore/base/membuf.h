@@ -89,9 +89,10 @@ char *xpmb_tostr(xp_membuf *mb);
 
 /* A combined stream over the buffer, which it borrows; release it with its own `destroy`. Null when out of memory.
  * `read` gives all that was appended since the last read, in one piece; null with length 0 when there is nothing.
- * Within one stream 4 GiB - 1 bytes can be read. `write` appends as xpmb_add_data does. Kept for callers: it reports
- * the full length whatever came of that, so a buffer at its maximum length drops bytes silently. Its last error is
- * always "NO ERROR" and 0. */
+ * Within one stream 4 GiB - 1 bytes can be read. `write` appends as xpmb_add_data does. Its last error is always
+ * "NO ERROR" and 0. Kept for callers: `write` reports the full length whatever came of it, so a buffer at its maximum
+ * length drops bytes silently; and the place of `read`, counted from the first byte, stays when the contents are
+ * cleared or cut: what is appended in front of that place is never read. */
 xpi_iostream *xpmb_create_iostream(xp_membuf *mb);
 
 VORNCORE_END_DECLS

@@ -27,12 +27,7 @@ void xp_init_mempool(xp_mempool *mp, uint32_t size) {
     *mp = {nullptr, with_room_for_link(size), 0, 0, nullptr, nullptr, -1};
 }
 
-xp_mempool *xp_create_mempool(uint32_t size) {
-    return create_record<xp_mempool>([=](xp_mempool *mp) {
-        xp_init_mempool(mp, size);
-        return true;
-    });
-}
+xp_mempool *xp_create_mempool(uint32_t size) { return create_record<xp_mempool>(xp_init_mempool, size); }
 
 void xp_close_mempool(xp_mempool *mp) { xpmp_diet(mp); }
 

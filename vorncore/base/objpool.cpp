@@ -65,10 +65,7 @@ void xp_init_objpool(xp_objpool *op, void *(*create)(void), xp_release_fn destro
 
 xp_objpool *xp_create_objpool(void *(*create)(void), xp_release_fn destroy, xp_release_fn on_alloc,
                               xp_release_fn on_free) {
-    return create_record<xp_objpool>([=](xp_objpool *op) {
-        xp_init_objpool(op, create, destroy, on_alloc, on_free);
-        return true;
-    });
+    return create_record<xp_objpool>(xp_init_objpool, create, destroy, on_alloc, on_free);
 }
 
 void xp_close_objpool(xp_objpool *op) {
@@ -109,10 +106,7 @@ void xp_init_xobjpool(xp_xobjpool *op, void *(*create)(void), xp_release_fn dest
 
 xp_xobjpool *xp_create_xobjpool(void *(*create)(void), xp_release_fn destroy, xp_release_fn on_alloc,
                                 xp_release_fn on_free) {
-    return create_record<xp_xobjpool>([=](xp_xobjpool *op) {
-        xp_init_xobjpool(op, create, destroy, on_alloc, on_free);
-        return true;
-    });
+    return create_record<xp_xobjpool>(xp_init_xobjpool, create, destroy, on_alloc, on_free);
 }
 
 void xp_close_xobjpool(xp_xobjpool *op) {

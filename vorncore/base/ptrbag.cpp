@@ -55,7 +55,7 @@ void xp_init_ptrbag(xp_ptrbag *bag, int capacity, xp_copy_fn copy, xp_release_fn
 }
 
 xp_ptrbag *xp_create_ptrbag(int capacity, xp_copy_fn copy, xp_release_fn release) {
-    return create_record<xp_ptrbag>([=](xp_ptrbag *bag) { return init(bag, capacity, copy, release); });
+    return create_record<xp_ptrbag>(init, capacity, copy, release);
 }
 
 void xp_close_ptrbag(xp_ptrbag *bag) {
@@ -106,12 +106,7 @@ int xppb_is_valid_item(const xp_ptrbag *bag, const void *content) {
 
 void xp_init_ptrbagenum(xp_ptrbagenum *e, xp_ptrbag *bag) { *e = {bag, -1}; }
 
-xp_ptrbagenum *xp_create_ptrbagenum(xp_ptrbag *bag) {
-    return create_record<xp_ptrbagenum>([=](xp_ptrbagenum *e) {
-        xp_init_ptrbagenum(e, bag);
-        return true;
-    });
-}
+xp_ptrbagenum *xp_create_ptrbagenum(xp_ptrbag *bag) { return create_record<xp_ptrbagenum>(xp_init_ptrbagenum, bag); }
 
 void xp_close_ptrbagenum(xp_ptrbagenum *) {}
 

@@ -30,9 +30,7 @@ void xp_init_cirqueue(xp_cirqueue *queue, int size) {
     if (!init(queue, size)) out_of_memory("xp_init_cirqueue", bytes_of<void *>(size));
 }
 
-xp_cirqueue *xp_create_cirqueue(int size) {
-    return create_record<xp_cirqueue>([=](xp_cirqueue *queue) { return init(queue, size); });
-}
+xp_cirqueue *xp_create_cirqueue(int size) { return create_record<xp_cirqueue>(init, size); }
 
 void xp_close_cirqueue(xp_cirqueue *queue) { free(queue->slots); }
 

@@ -1,5 +1,10 @@
 /* Circular queue: a ring of pointers of a fixed size, first in, first out.
  *
+ *     xp_cirqueue recent;
+ *     xp_init_cirqueue(&recent, 100);
+ *     void *dropped = xpcq_forced_put(&recent, line);  // keeps the last hundred
+ *     if (dropped != line) free(dropped);
+ *
  * The queue never owns its items. It allocates when it is made and never again.
  *
  * Threads: a queue belongs to one thread at a time; io/xcirqueue.h is the queue between threads. */
@@ -39,8 +44,8 @@ int xpcq_peek_at(const xp_cirqueue *queue, int position, void **item);
  * through the log hook as "Circular Queue is broken.", category "|CQUE|", and the result is -1.
  * Kept for callers: the line reported is always 101. */
 int xpcq_count(const xp_cirqueue *queue);
-/* Puts an item also into a full queue, which drops its oldest for it. Returns the item that was dropped; `item` itself
- * when none was, or when that was null. */
+/* Puts an item also into a full queue, which drops its oldest for it. Returns the item that was dropped. Kept for
+ * callers: `item` itself when none was dropped, and also when a null one was. */
 void *xpcq_forced_put(xp_cirqueue *queue, const void *item);
 
 VORNCORE_END_DECLS

@@ -1,8 +1,8 @@
 /* Hook types that the containers share, and two integer helpers.
  *
  * Hooks are plain procedures. A copy hook turns what a caller hands in into what a container keeps; a release hook gets
- * what a container drops. A null hook does nothing: items are kept as given and dropped silently. A container never
- * calls a hook while its own structure is half changed, but a hook must not change the container that calls it. */
+ * what a container drops. A null hook does nothing: items are kept as given and dropped silently. A hook must not use
+ * the container that calls it, which may be in the middle of a change. */
 #ifndef VORNCORE_BASE_TYPES_H
 #define VORNCORE_BASE_TYPES_H
 

@@ -96,9 +96,10 @@ struct enumerator_guard {
 
 bool init(xp_xhashtable *table, int slot_count, int lock_mode, int bucket_count, xp_hash_fn hash, xp_compare_fn compare,
           xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy, xp_release_fn value_release) {
-    if (!try_init(&table->table, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init_hashtable(&table->table, bucket_count, hash, compare, key_copy, key_release, value_copy,
+                            value_release))
         return false;
-    if (!try_init(&table->lock, slot_count, lock_mode)) {
+    if (!try_init_rwlock(&table->lock, slot_count, lock_mode)) {
         xp_close_hashtable(&table->table);
         return false;
     }

@@ -59,11 +59,12 @@ class bucket_and_list_guard {
 bool init(xp_xlruhash *table, int slot_count, int lock_mode, int capacity, int bucket_count, xp_hash_fn hash,
           xp_compare_fn compare, xp_copy_fn key_copy, xp_release_fn key_release, xp_copy_fn value_copy,
           xp_release_fn value_release) {
-    if (!try_init(&table->lru, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy, value_release))
+    if (!try_init_lruhash(&table->lru, capacity, bucket_count, hash, compare, key_copy, key_release, value_copy,
+                          value_release))
         return false;
     table->item_mutexes = try_array<pthread_mutex_t>(item_mutex_count);
-    const bool bucket_lock = table->item_mutexes && try_init(&table->bucket_lock, slot_count, lock_mode);
-    if (!bucket_lock || !try_init(&table->list_lock, 1, lock_mode)) {
+    const bool bucket_lock = table->item_mutexes && try_init_rwlock(&table->bucket_lock, slot_count, lock_mode);
+    if (!bucket_lock || !try_init_rwlock(&table->list_lock, 1, lock_mode)) {
         if (bucket_lock) xp_close_rwlock(&table->bucket_lock);
         free(table->item_mutexes);
         free(table->lru.buckets);

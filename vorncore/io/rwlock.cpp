@@ -25,7 +25,7 @@ void wait_while(xp_rwlock *lock, pthread_cond_t *condition, uint16_t &waiting, B
 
 } // namespace
 
-bool vorncore::try_init(xp_rwlock *lock, int slots, int mode) {
+bool vorncore::try_init_rwlock(xp_rwlock *lock, int slots, int mode) {
     const auto row = static_cast<size_t>(slots);
     auto *counts = try_zeroed_array<uint16_t>(saturating_product(row, 4));
     if (!counts) return false;
@@ -41,11 +41,12 @@ bool vorncore::try_init(xp_rwlock *lock, int slots, int mode) {
 }
 
 void xp_init_rwlock(xp_rwlock *lock, int slots, int mode) {
-    if (!try_init(lock, slots, mode)) out_of_memory("xp_init_rwlock", saturating_product(bytes_of<uint16_t>(slots), 4));
+    if (!try_init_rwlock(lock, slots, mode))
+        out_of_memory("xp_init_rwlock", saturating_product(bytes_of<uint16_t>(slots), 4));
 }
 
 xp_rwlock *xp_create_rwlock(int slots, int mode) {
-    return create_record<xp_rwlock>([=](xp_rwlock *lock) { return try_init(lock, slots, mode); });
+    return create_record<xp_rwlock>([=](xp_rwlock *lock) { return try_init_rwlock(lock, slots, mode); });
 }
 
 void xp_close_rwlock(xp_rwlock *lock) {

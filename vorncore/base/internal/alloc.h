@@ -9,6 +9,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <type_traits>
+
 namespace vorncore {
 
 /// Writes "vorncore: CALL: out of memory (SIZE bytes)" to standard error and aborts.
@@ -55,11 +57,15 @@ inline char *must_strdup(const char *call, const char *text) {
     return copy;
 }
 
-/// The create form of a family: allocates a record and initialises it with `init(record)`, which says whether it could.
-template <class Record, class Init>
-Record *create_record(Init init) {
+/// The create form of a family: allocates a record and calls init(record, settings...), which returns nothing or
+/// whether it could. Null when memory is short.
+template <class Record, class Init, class... Settings>
+Record *create_record(Init init, Settings... settings) {
     auto *record = static_cast<Record *>(malloc(sizeof(Record)));
-    if (record && !init(record)) {
+    if (!record) return nullptr;
+    if constexpr (std::is_void_v<decltype(init(record, settings...))>) {
+        init(record, settings...);
+    } else if (!init(record, settings...)) {
         free(record);
         return nullptr;
     }
