@@ -1,4 +1,4 @@
-// The rotating hash, of texts and of keys of a fixed size, and texts read in words for it.
+// The rotating hash, of texts and of keys of a fixed size, and keys compared in words.
 #pragma once
 
 #include <bit>
@@ -7,17 +7,7 @@
 #include <string.h>
 
 #include "vorncore/base/hashtable.h"
-
-// Texts are read up to the end of their page below. Sanitizers would object, and are of more use to callers where they
-// see every read of a key: under them the C library's strlen and strcmp do the work.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VORNCORE_READ_TO_PAGE_END false
-#elif defined(__has_feature)
-#define VORNCORE_READ_TO_PAGE_END                                                                                      \
-    (!__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer) && !__has_feature(memory_sanitizer))
-#else
-#define VORNCORE_READ_TO_PAGE_END true
-#endif
+#include "vorncore/base/internal/textscan.h"
 
 namespace vorncore {
 
@@ -26,21 +16,6 @@ uint64_t load_word(const char *bytes) {
     Word word;
     memcpy(&word, bytes, sizeof word);
     return word;
-}
-
-/// strlen, inlined: an aligned block of 16 bytes never reaches into another page.
-inline size_t text_length(const char *text) {
-    if (!VORNCORE_READ_TO_PAGE_END) return strlen(text);
-    const size_t before = reinterpret_cast<uintptr_t>(text) % 16;
-    const auto *block = reinterpret_cast<const __m128i *>(text - before);
-    const auto zeros_in = [](__m128i bytes) {
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-    };
-    unsigned zeros = zeros_in(*block) >> before;
-    if (zeros) return static_cast<size_t>(std::countr_zero(zeros));
-    while (!(zeros = zeros_in(*++block))) {
-    }
-    return static_cast<size_t>(reinterpret_cast<const char *>(block) - text + std::countr_zero(zeros));
 }
 
 /// memcmp(a, b, n) == 0, inlined; n > 0.
