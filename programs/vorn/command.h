@@ -21,6 +21,7 @@ int base64(int count, char **arguments);
 int date(int count, char **arguments);
 int fetch(int count, char **arguments);
 int kv(int count, char **arguments);
+int sql(int count, char **arguments);
 int urlencode(int count, char **arguments);
 
 } // namespace vorn

@@ -14,6 +14,7 @@ const vorn::command commands[] = {
     {"date", "read and write HTTP dates", vorn::date},
     {"fetch", "get, post and store over HTTP", vorn::fetch},
     {"kv", "talk to the key-value service: new, put, get, del, list, purge, load, check, bench", vorn::kv},
+    {"sql", "run statements on the database gateway", vorn::sql},
     {"urlencode", "encode and decode for URLs", vorn::urlencode},
 };
 
