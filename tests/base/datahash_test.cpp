@@ -73,6 +73,18 @@ TEST(DataHash, HooksFillAndReleaseAreasInOrder) {
     xp_destroy_datahash(table);
 }
 
+TEST(DataHash, KeysOfAWordGoThroughFunctionsOfTheirOwn) {
+    xp_datahash one, four;
+    xp_init_datahash(&one, 1, nullptr, compare, 8, nullptr, nullptr, 0, nullptr, nullptr);
+    xp_init_datahash(&four, 4, by_case, nullptr, 8, nullptr, nullptr, 0, nullptr, nullptr);
+    EXPECT_TRUE(xpdh_put(&one, "a1234567", nullptr) && !xpdh_put(&one, "a7654321", nullptr));
+    for (const char *key : {"a1234567", "b7654321", "c1726354"}) EXPECT_TRUE(xpdh_put(&four, key, nullptr));
+    EXPECT_TRUE(four.buckets[2]->next->next && calls == texts{"a=a"});
+    calls.clear();
+    xp_close_datahash(&one);
+    xp_close_datahash(&four);
+}
+
 // The default hash byte by byte, over 13 buckets.
 int32_t naive_hash(const std::string &key) {
     uint32_t h = xp_hash_randseed[key.empty() ? 0 : static_cast<unsigned char>(key[0])];
