@@ -94,8 +94,23 @@ void slice_blocks(benchmark::State &state) {
     pairs(
         state, [] { return g_slice_alloc(block_size); }, [](void *block) { g_slice_free1(block_size, block); });
 }
+void slice_objects(benchmark::State &state) {
+    pairs(
+        state,
+        [] {
+            auto *o = g_slice_new(object);
+            *o = {static_cast<char *>(g_slice_alloc(4096)), 0};
+            return o;
+        },
+        [](void *o) {
+            g_slice_free1(4096, static_cast<object *>(o)->buffer);
+            g_slice_free1(sizeof(object), o);
+        });
+}
 BENCHMARK(slice_blocks)->Name("blocks/g_slice") HELD;
 BENCHMARK(slice_blocks)->Name("blocks_inline/g_slice") HELD;
+BENCHMARK(slice_objects)->Name("objects/g_slice") HELD;
+BENCHMARK(slice_objects)->Name("locked_objects/g_slice") HELD;
 #endif
 
 } // namespace

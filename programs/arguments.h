@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 namespace program {
@@ -19,6 +20,15 @@ Number number_argument(const char *program, const char *option, std::string_view
     fprintf(stderr, "%s: --%s: '%.*s' is no number from %lld to %lld\n", program, option, static_cast<int>(text.size()),
             text.data(), static_cast<long long>(least), static_cast<long long>(most));
     exit(usage_error);
+}
+
+/// Reads HOST:PORT; false when there is no host. A port that is none ends the program.
+inline bool address_argument(const char *program, std::string_view text, std::string *host, int *port) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos || colon == 0) return false;
+    *host = text.substr(0, colon);
+    *port = number_argument(program, "port", text.substr(colon + 1), 1, 65535);
+    return true;
 }
 
 /// Ends the program unless everything that it printed has arrived.

@@ -23,6 +23,7 @@ int fetch(int count, char **arguments);
 int kv(int count, char **arguments);
 int md5(int count, char **arguments);
 int scramble(int count, char **arguments);
+int sql(int count, char **arguments);
 int urlencode(int count, char **arguments);
 int xml(int count, char **arguments);
 

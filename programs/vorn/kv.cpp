@@ -169,12 +169,8 @@ std::string kv_unescaped(std::string_view text) {
     return out;
 }
 
-bool kv_address(const std::string &text, kv_options *options) {
-    const size_t colon = text.rfind(':');
-    if (colon == std::string::npos || colon == 0) return false;
-    options->host = text.substr(0, colon);
-    options->port = program::number_argument("vorn kv", "port", text.substr(colon + 1), 1, 65535);
-    return true;
+bool kv_address(const char *text, kv_options *options) {
+    return program::address_argument("vorn kv", text, &options->host, &options->port);
 }
 
 int kv(int count, char **arguments) {

@@ -37,7 +37,7 @@ class kv_client {
 std::string kv_unescaped(std::string_view text);
 
 /// Reads HOST:PORT.
-bool kv_address(const std::string &text, kv_options *options);
+bool kv_address(const char *text, kv_options *options);
 
 int kv_load(kv_client &client, const char *file);
 int kv_check(kv_client &client, const char *file);

@@ -16,6 +16,7 @@ const vorn::command commands[] = {
     {"kv", "talk to the key-value service: new, put, get, del, list, purge, load, check, bench", vorn::kv},
     {"md5", "print and check MD5 digests, as md5sum", vorn::md5},
     {"scramble", "scramble data under a pass phrase, and reverse it", vorn::scramble},
+    {"sql", "run statements on the database gateway", vorn::sql},
     {"urlencode", "encode and decode for URLs", vorn::urlencode},
     {"xml", "show XML documents and what paths find in them", vorn::xml},
 };

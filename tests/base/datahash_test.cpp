@@ -58,18 +58,31 @@ TEST(DataHash, HooksFillAndReleaseAreasInOrder) {
     }
     EXPECT_EQ(table->count, 3u);
     EXPECT_EQ(xp_create_datahash(1, by_case, compare, 2, nullptr, nullptr, UINT32_MAX, nullptr, nullptr), nullptr);
+    EXPECT_EQ(xp_create_datahash(UINT32_MAX, by_case, compare, 1, nullptr, nullptr, 1, nullptr, nullptr), nullptr);
     double mean, variance;
     xpdh_statistic(table, &mean, &variance);
     EXPECT_DOUBLE_EQ(mean, 4.0 / 3);
     EXPECT_DOUBLE_EQ(variance, 2 - 16.0 / 9);
-    xp_datahashenum e;
-    xp_init_datahashenum_ex(&e, table, 2, 99);
-    EXPECT_TRUE(xpdhe_del(&e) == 0 && e.bucket == 1 && e.end == 4);
-    EXPECT_EQ(xpdhe_next(&e), 1);
-    expect(xpdhe_del(&e), 1, {"-kc", "-v0"});
-    expect(xpdhe_next(&e), 0, {});
+    xp_datahashenum *e = xp_create_datahashenum_ex(table, 2, 99);
+    EXPECT_TRUE(xpdhe_del(e) == 0 && e->bucket == 1 && e->end == 4);
+    EXPECT_EQ(xpdhe_next(e), 1);
+    expect(xpdhe_del(e), 1, {"-kc", "-v0"});
+    expect(xpdhe_next(e), 0, {});
+    xp_destroy_datahashenum(e);
     expect((xpdh_clear(table), static_cast<int>(table->count)), 0, {"-kX", "-v5", "-ka", "-v1"});
     xp_destroy_datahash(table);
+}
+
+TEST(DataHash, KeysOfAWordGoThroughFunctionsOfTheirOwn) {
+    xp_datahash one, four;
+    xp_init_datahash(&one, 1, nullptr, compare, 8, nullptr, nullptr, 0, nullptr, nullptr);
+    xp_init_datahash(&four, 4, by_case, nullptr, 8, nullptr, nullptr, 0, nullptr, nullptr);
+    EXPECT_TRUE(xpdh_put(&one, "a1234567", nullptr) && !xpdh_put(&one, "a7654321", nullptr));
+    for (const char *key : {"a1234567", "b7654321", "c1726354"}) EXPECT_TRUE(xpdh_put(&four, key, nullptr));
+    EXPECT_TRUE(four.buckets[2]->next->next && calls == texts{"a=a"});
+    calls.clear();
+    xp_close_datahash(&one);
+    xp_close_datahash(&four);
 }
 
 // The default hash byte by byte, over 13 buckets.
@@ -91,23 +104,31 @@ TEST(DataHash, BehavesLikeAMapOfWholeKeysUnderRandomOperations) {
             if (size) key[random() % size] = static_cast<char>(random() % 5 * 50);
             harness::guard_page page(key);
             const bool known = model.contains(key);
-            const int operation = static_cast<int>(random() % 3);
-            const int result = operation == 0   ? xpdh_put(&table, page.data(), &step)
-                               : operation == 1 ? xpdh_update(&table, page.data(), &step)
-                                                : xpdh_del(&table, page.data());
-            ASSERT_EQ(result, operation == 1 || known == (operation == 2));
-            if (operation == 1 || (operation == 0 && !known)) model[key] = step;
-            if (operation == 2) model.erase(key);
+            const int operation = static_cast<int>(random() % 4);
+            int result = -1;
+            xp_pair pair{};
+            if (operation == 0) result = xpdh_put(&table, page.data(), &step);
+            if (operation == 1) result = xpdh_new(&table, page.data(), &step, &result) ? result : -1;
+            if (operation == 2) result = xpdh_update(&table, page.data(), &step);
+            if (operation == 3) result = xpdh_del(&table, page.data());
+            ASSERT_EQ(result, operation == 2 || known == (operation == 3));
+            if (operation == 2 || (operation < 2 && !known)) model[key] = step;
+            if (operation == 3) model.erase(key);
             ASSERT_EQ(xpdh_contains(&table, page.data()), model.contains(key));
+            ASSERT_EQ(xpdh_get_pair(&table, page.data(), &pair), model.contains(key));
+            ASSERT_EQ(xpdh_get(&table, page.data()), pair.value);
             ASSERT_EQ(table.count, model.size());
         }
         std::map<std::string, int> found;
-        xp_datahashenum e;
+        xp_datahashenum e, *const other = xp_create_datahashenum(&table);
         for (xp_init_datahashenum(&e, &table); xpdhe_next(&e);) {
+            EXPECT_TRUE(xpdhe_next(other) && other->current == e.current);
             const std::string key(e.current->data, size);
             EXPECT_EQ(naive_hash(key), e.bucket);
-            memcpy(&found[key], xpdh_get(&table, key.data()), sizeof(int));
+            memcpy(&found[key], e.current->data + size, sizeof(int));
         }
+        xp_close_datahashenum(&e);
+        xp_destroy_datahashenum(other);
         EXPECT_EQ(found, model) << "keys of " << size << " bytes";
         const xp_pair_fn go_on_if_given = [](void *argument, xp_pair *) { return argument ? 1 : 0; };
         EXPECT_EQ(xpdh_enumerate(&table, go_on_if_given, &model), static_cast<int>(model.size()));

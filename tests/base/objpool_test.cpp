@@ -1,7 +1,5 @@
 #include "vorncore/base/objpool.h"
 
-#include <ctype.h>
-
 #include <atomic>
 #include <deque>
 #include <thread>
@@ -18,45 +16,32 @@ namespace {
 intptr_t last_made;
 std::string events;
 xp_xobjpool locked;
-bool look_at_lock;
+bool shared;
 
 template <char what>
 void log(void *object) {
     events += what + std::to_string(number(object));
-    if (!look_at_lock) return;
-    if (pthread_mutex_trylock(&locked.mutex) != 0) events += '!';
-    if (events.back() != '!') pthread_mutex_unlock(&locked.mutex);
+    if (shared && pthread_mutex_trylock(&locked.mutex)) events += '!';
+    if (shared && events.back() != '!') pthread_mutex_unlock(&locked.mutex);
 }
 void *create() { return log<'C'>(item_of(++last_made)), item_of(last_made); }
 
-// Steps: a allocates, f frees what was allocated first, d diets, a digit sets the limit, - a negative one, x frees an
-// object 7 without memory for its node.
-struct calls {
-    void *(*alloc)();
-    void (*free)(void *);
-    void (*diet)();
-    void (*set_cache_max)(int);
-
-    void play(const char *steps, std::deque<void *> &held) const {
-        for (; *steps; steps++) {
-            const fail_allocation failure(*steps == 'x');
-            if (*steps == 'a') held.push_back(alloc());
-            if (*steps == 'f') free(held.front()), held.pop_front();
-            if (*steps == 'd') diet();
-            if (*steps == '-') set_cache_max(-1);
-            if (*steps == 'x') free(item_of(7));
-            if (isdigit(*steps)) set_cache_max(*steps - '0');
-        }
-    }
-};
+// Steps: a allocates, f frees what was allocated first, d diets, a digit sets the limit, - (before 0) a negative one,
+// x frees an object 7 without memory for its node.
+void play(char step) {
+    static std::deque<void *> held;
+    xp_objpool *const op = &locked.pool;
+    const fail_allocation failure(step == 'x');
+    if (step == 'a') held.push_back(shared ? xpxop_alloc(&locked) : xpop_alloc(op));
+    if (step == 'x') held.push_front(item_of(7));
+    if (strchr("fx", step)) shared ? xpxop_free(&locked, held.front()) : xpop_free(op, held.front()), held.pop_front();
+    if (step == 'd') shared ? xpxop_diet(&locked) : xpop_diet(op);
+    if (step <= '9') shared ? xpxop_set_cache_max(&locked, step - '0') : xpop_set_cache_max(op, step - '0');
+}
 
 TEST(ObjPools, TellTheirProceduresInOrder) {
-    const calls pools[] = {{[] { return xpop_alloc(&locked.pool); }, [](void *o) { xpop_free(&locked.pool, o); },
-                            [] { xpop_diet(&locked.pool); }, [](int n) { xpop_set_cache_max(&locked.pool, n); }},
-                           {[] { return xpxop_alloc(&locked); }, [](void *o) { xpxop_free(&locked, o); },
-                            [] { xpxop_diet(&locked); }, [](int n) { xpxop_set_cache_max(&locked, n); }}};
     const struct {
-        const char *steps, *events;
+        std::string steps, events;
         numbers counts; // objects in use and cached, nodes in use and cached
     } cases[] = {{"aaaa", "C1O1C2O2C3O3C4O4", {4, 0, 0, 0}},
                  {"ffff", "I1I2I3I4", {0, 4, 4, 0}},
@@ -68,20 +53,18 @@ TEST(ObjPools, TellTheirProceduresInOrder) {
                  {"9fx", "I5I7D7", {UINT32_MAX, 1, 1, 0}}, // over-freed: the count wraps
                  {"d", "D5!", {UINT32_MAX, 0, 0, 0}}};
     xp_destroy_objpool(xp_create_objpool(create, log<'D'>, nullptr, nullptr));
-    for (const calls &pool : pools) {
-        look_at_lock = &pool != pools;
+    for (const bool other : {false, true}) {
         last_made = 0;
-        std::deque<void *> held;
         xp_init_xobjpool(&locked, create, log<'D'>, log<'O'>, log<'I'>);
+        shared = other;
         const xp_objpool &op = locked.pool;
         for (const auto &c : cases) {
+            for (const char step : c.steps) play(step);
             std::string expected = c.events;
-            if (!look_at_lock) std::erase(expected, '!');
-            pool.play(c.steps, held);
+            if (!shared) std::erase(expected, '!');
             EXPECT_EQ(std::exchange(events, {}), expected) << c.steps;
             EXPECT_EQ((numbers{op.in_use, op.cached, op.nodes.in_use, op.nodes.cached}), c.counts) << c.steps;
         }
-        look_at_lock = false;
         xp_close_xobjpool(&locked);
     }
 }
@@ -90,21 +73,15 @@ TEST(XObjPool, MeasuresWhatIsCachedAndTakesZeroForUnset) {
     const struct {
         numbers sizes; // in the order of measuring
         uint64_t largest, smallest, total;
-    } cases[] = {
-        {{}, 0, 0, 0}, {{5, 2, 9}, 9, 2, 16}, {{0, 5, 2}, 5, 2, 7}, {{2, 0, 7}, 7, 7, 9}, {{2, 7, 0}, 7, 0, 9}};
+    } cases[] = {{{}, 0, 0, 0}, {{5, 2, 9}, 9, 2, 16}, {{2, 0, 7}, 7, 7, 9}, {{2, 7, 0}, 7, 0, 9}};
     for (const auto &c : cases) {
         xp_xobjpool *op = xp_create_xobjpool(create, record_release, nullptr, nullptr); // no hooks
-        xpxop_alloc(op);
         for (auto size = c.sizes.rbegin(); size != c.sizes.rend(); ++size) xpxop_free(op, item_of(*size));
-        xp_objpool_stat stats{1, 1, 1, 1, 1};
-        numbers seen;
-        const auto measure = [](void *object, void *all) {
-            return static_cast<numbers *>(all)->push_back(number(object)), static_cast<uint64_t>(number(object));
-        };
-        xpxop_stat(op, &stats, measure, &seen);
-        EXPECT_EQ(seen, c.sizes);
-        const std::vector<uint64_t> expected{c.largest, c.smallest, c.total, seen.size(), op->pool.in_use};
-        EXPECT_EQ((std::vector{stats.largest, stats.smallest, stats.total, stats.cached, stats.in_use}), expected);
+        xp_objpool_stat s{1, 1, 1, 1, 1};
+        const auto measure = [](void *o, void *unit) { return static_cast<uint64_t>(number(o) * number(unit)); };
+        xpxop_stat(op, &s, measure, item_of(10));
+        EXPECT_TRUE(s.largest == 10 * c.largest && s.smallest == 10 * c.smallest && s.total == 10 * c.total) << c.total;
+        EXPECT_TRUE(s.cached == c.sizes.size() && s.in_use == op->pool.in_use) << c.total;
         xp_destroy_xobjpool(op);
     }
 }
@@ -119,8 +96,7 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
         for (int i = 0; i < 4000; i++) {
             int *const held[] = {static_cast<int *>(xpxop_alloc(op)), static_cast<int *>(xpxop_alloc(op))};
             *held[0] = *held[1] = self; // not atomic: only one thread may have it
-            if (self == 0 && i % 100 == 0) xpxop_set_cache_max(op, i / 100 % 8);
-            if (self == 1 && i % 100 == 0) xpxop_diet(op);
+            if (i % 100 == self) self % 2 ? xpxop_diet(op) : xpxop_set_cache_max(op, i / 100 % 8);
             EXPECT_TRUE(*held[0] == self && *held[1] == self) << "an object was handed out twice";
             for (int *object : held) xpxop_free(op, object);
         }
@@ -128,8 +104,7 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
     std::thread workers[4];
     for (int i = 0; i < 4; i++) workers[i] = std::thread(work, i);
     for (auto &worker : workers) worker.join();
-    EXPECT_EQ(op->pool.in_use, 0u);
-    EXPECT_EQ(static_cast<int>(op->pool.cached), objects);
+    EXPECT_TRUE(op->pool.in_use == 0 && static_cast<int>(op->pool.cached) == objects);
     xp_destroy_xobjpool(op);
     EXPECT_EQ(objects, 0);
 }

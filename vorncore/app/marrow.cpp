@@ -142,11 +142,8 @@ int open_statement(xp_marrow *client, int command, const char *statement, int co
 } // namespace
 
 static void __xpmw_parse_curline(xp_marrow *client) {
-    xp_array *const columns = client->columns;
-    xpar_clear(columns);
-    xpar_tokenize(columns, client->curline, ",", 0);
-    for (int i = 0; i < columns->count; i++)
-        columns->items[i] = unescape_column(static_cast<char *>(columns->items[i]));
+    xpar_clear(client->columns);
+    cut_row(client->curline, [=](char *column) { xpar_add(client->columns, column); });
     client->state |= XPMW_ROW_SPLIT;
 }
 

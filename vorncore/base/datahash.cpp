@@ -51,15 +51,50 @@ struct items_in_place {
 };
 using chains = hash_chains<items_in_place>;
 
+/// Items under the default functions whose keys are words: with their size known to the compiler a search is a handful
+/// of instructions.
+struct items_by_word : items_in_place {
+    static constexpr size_t key_size = sizeof(uint64_t);
+
+    static bool fits(const xp_datahash *table) {
+        return table->key_size == key_size && !table->hash && !table->compare;
+    }
+    static bool equal(const sought &k, const item *i) {
+        return equal_bytes(static_cast<const char *>(k.key), i->data, key_size);
+    }
+};
+
 /// The searches change nothing, but what they find may be changed through the result.
 chains chains_of(const xp_datahash *table) { return chains(items_in_place{const_cast<xp_datahash *>(table)}); }
 
-[[gnu::always_inline]] inline sought key_in(const xp_datahash *table, const void *key) {
-    if (table->hash) return {key, table->hash(key, table->bucket_count)};
-    return {key, reduced(rotate_hash(static_cast<const char *>(key), table->key_size), table->bucket_count)};
+[[gnu::always_inline]] inline uint32_t bucket_of(const xp_datahash *table, const void *key, size_t key_size) {
+    return reduced(rotate_hash(static_cast<const char *>(key), key_size), table->bucket_count);
 }
 
-xp_dataitem *find(const xp_datahash *table, const void *key) { return chains_of(table).find(key_in(table, key)); }
+sought key_in(const xp_datahash *table, const void *key) {
+    return {key, table->hash ? table->hash(key, table->bucket_count) : bucket_of(table, key, table->key_size)};
+}
+
+template <class Step>
+[[gnu::noinline]] auto search_any(const xp_datahash *table, const void *key, Step step) {
+    return step(chains_of(table), key_in(table, key));
+}
+
+/// Calls step(chains, sought key) for the layout that suits the table.
+template <class Step>
+[[gnu::always_inline]] inline auto search(const xp_datahash *table, const void *key, Step step) {
+    if (!items_by_word::fits(table)) return search_any(table, key, step);
+    const items_by_word items{{const_cast<xp_datahash *>(table)}};
+    return step(hash_chains(items), sought{key, bucket_of(table, key, items.key_size)});
+}
+
+xp_dataitem *find(const xp_datahash *table, const void *key) {
+    return search(table, key, [](auto in, const sought &k) { return in.find(k); });
+}
+
+int put(xp_datahash *table, const void *key, const void *value, put_mode mode) {
+    return search(table, key, [=](auto in, const sought &k) { return in.put(k, value, mode); });
+}
 
 void *value_of(const xp_datahash *table, xp_dataitem *item) { return item ? chains_of(table).value(item) : nullptr; }
 
@@ -104,20 +139,23 @@ void xpdh_clear(xp_datahash *table) {
 }
 
 int xpdh_put(xp_datahash *table, const void *key, const void *value) {
-    return chains_of(table).put(key_in(table, key), value, put_mode::put) > 0;
+    return put(table, key, value, put_mode::put) > 0;
 }
 
 int xpdh_update(xp_datahash *table, const void *key, const void *value) {
-    const int result = chains_of(table).put(key_in(table, key), value, put_mode::update);
+    const int result = put(table, key, value, put_mode::update);
     if (result < 0) out_of_memory("xpdh_update", saturating_sum(sizeof(xp_dataitem), table->item_size));
     return result;
 }
 
 void *xpdh_new(xp_datahash *table, const void *key, const void *value, int *inserted) {
-    return value_of(table, chains_of(table).find_or_add(key_in(table, key), value, inserted));
+    return value_of(table,
+                    search(table, key, [=](auto in, const sought &k) { return in.find_or_add(k, value, inserted); }));
 }
 
-int xpdh_del(xp_datahash *table, const void *key) { return chains_of(table).del(key_in(table, key), 1); }
+int xpdh_del(xp_datahash *table, const void *key) {
+    return search(table, key, [](auto in, const sought &k) { return in.del(k, 1); });
+}
 
 void *xpdh_get(const xp_datahash *table, const void *key) { return value_of(table, find(table, key)); }
 

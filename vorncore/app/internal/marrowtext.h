@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+#include "vorncore/base/internal/textscan.h"
+
 namespace vorncore {
 
 /// A command in the making, in storage of a fixed size.
@@ -40,10 +42,11 @@ class command_line {
     bool fits_ = true;
 };
 
-/// Undoes the escaping in place; a "#" that begins no pair is dropped. A null column gives null.
-inline char *unescape_column(char *column) {
+/// Undoes the escaping in place, from the first "#" of a column on; a "#" that begins no pair is dropped. A null column
+/// gives null.
+inline char *unescape_column(char *column, char *first_escape) {
     if (strcmp(column, "#0") == 0) return nullptr;
-    char *out = strchrnul(column, '#');
+    char *out = first_escape;
     for (const char *in = out; *in; in++) {
         char c = *in;
         if (c == '#') {
@@ -55,6 +58,21 @@ inline char *unescape_column(char *column) {
     }
     *out = '\0';
     return column;
+}
+
+/// Cuts a row at every "," and calls take(column) for each column, unescaped, null for null.
+template <class Take>
+void cut_row(char *row, Take take) {
+    marked_bytes marks(row, ',', '#');
+    for (bool last = false; !last;) {
+        char *const first_escape = marks.next();
+        char *end = first_escape;
+        while (*end == '#') end = marks.next();
+        last = !*end;
+        *end = '\0';
+        take(end == first_escape ? row : unescape_column(row, first_escape));
+        row = end + 1;
+    }
 }
 
 } // namespace vorncore

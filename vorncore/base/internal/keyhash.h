@@ -1,4 +1,4 @@
-// The rotating hash, of texts and of keys of a fixed size, and texts read in words for it.
+// The rotating hash, of texts and of keys of a fixed size, and keys compared in words.
 #pragma once
 
 #include <bit>
@@ -7,17 +7,7 @@
 #include <string.h>
 
 #include "vorncore/base/hashtable.h"
-
-// Texts are read up to the end of their page below. Sanitizers would object, and are of more use to callers where they
-// see every read of a key: under them the C library's strlen and strcmp do the work.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VORNCORE_READ_TO_PAGE_END false
-#elif defined(__has_feature)
-#define VORNCORE_READ_TO_PAGE_END                                                                                      \
-    (!__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer) && !__has_feature(memory_sanitizer))
-#else
-#define VORNCORE_READ_TO_PAGE_END true
-#endif
+#include "vorncore/base/internal/textscan.h"
 
 namespace vorncore {
 
@@ -26,21 +16,6 @@ uint64_t load_word(const char *bytes) {
     Word word;
     memcpy(&word, bytes, sizeof word);
     return word;
-}
-
-/// strlen, inlined: an aligned block of 16 bytes never reaches into another page.
-inline size_t text_length(const char *text) {
-    if (!VORNCORE_READ_TO_PAGE_END) return strlen(text);
-    const size_t before = reinterpret_cast<uintptr_t>(text) % 16;
-    const auto *block = reinterpret_cast<const __m128i *>(text - before);
-    const auto zeros_in = [](__m128i bytes) {
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-    };
-    unsigned zeros = zeros_in(*block) >> before;
-    if (zeros) return static_cast<size_t>(std::countr_zero(zeros));
-    while (!(zeros = zeros_in(*++block))) {
-    }
-    return static_cast<size_t>(reinterpret_cast<const char *>(block) - text + std::countr_zero(zeros));
 }
 
 /// memcmp(a, b, n) == 0, inlined; n > 0.
@@ -65,19 +40,18 @@ inline bool equal_texts(const char *a, size_t length, const char *b) {
 /// h = rotate-left(h, 4) ^ c from h = 0 for the eight bytes of a word, first byte lowest; each byte is sign-extended.
 ///
 /// A byte with its top bit set extends to ~(c ^ 0xFF), and rotation leaves ~0 as it is: so flip the eight bits of each
-/// such byte, take all bytes as unsigned ones, and flip the result if their number is odd.
+/// such byte, take all bytes as unsigned ones, and flip the result if their number is odd. Byte k then belongs
+/// 4 * (7 - k) bits up: every other byte side by side in the result, those between four bits higher.
 inline uint32_t fold_word(uint64_t word) {
-    uint32_t flip = 0;
-    if (const uint64_t high = word & 0x8080808080808080) [[unlikely]] {
-        word ^= (high << 1) - (high >> 7);
-        flip = __builtin_parityll(high) ? ~0u : 0u;
-    }
-    // The first byte comes to the top: byte k belongs 4 * (7 - k) bits up, and neighbours overlap by a nibble.
-    word = __builtin_bswap64(word);
-    word = (word & 0x00FF00FF00FF00FF) ^ (word & 0xFF00FF00FF00FF00) >> 4;
-    word = (word & 0x0000FFFF0000FFFF) ^ (word & 0xFFFF0000FFFF0000) >> 8;
-    word = (word & 0x00000000FFFFFFFF) ^ (word & 0xFFFFFFFF00000000) >> 16;
-    return static_cast<uint32_t>(word) ^ static_cast<uint32_t>(word >> 32) ^ flip;
+    __m128i bytes = _mm_cvtsi64_si128(static_cast<int64_t>(word));
+    const __m128i negative = _mm_cmpgt_epi8(_mm_setzero_si128(), bytes);
+    bytes = _mm_xor_si128(bytes, negative);
+    const __m128i first = _mm_and_si128(bytes, _mm_set1_epi16(0xFF)), second = _mm_srli_epi16(bytes, 8);
+    const __m128i apart = _mm_shuffle_epi32(_mm_packus_epi16(first, second), _MM_SHUFFLE(3, 1, 2, 0));
+    const uint64_t halves = __builtin_bswap64(static_cast<uint64_t>(_mm_cvtsi128_si64(apart)));
+    const bool odd = __builtin_parity(static_cast<uint8_t>(_mm_movemask_epi8(negative)));
+    return static_cast<uint32_t>(halves) ^ std::rotl(static_cast<uint32_t>(halves >> 32), 4) ^
+           -static_cast<uint32_t>(odd);
 }
 
 /// Up to seven bytes as the last ones of a word.

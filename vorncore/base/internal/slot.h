@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "vorncore/base/types.h"
@@ -13,6 +14,8 @@ namespace vorncore {
 inline void fill_slot(xp_slot_copy_fn copy, char *slot, const void *source, size_t size) {
     if (copy)
         copy(slot, source);
+    else if (source && size == sizeof(uint64_t)) // the commonest size, without a call
+        memcpy(slot, source, sizeof(uint64_t));
     else if (source)
         memcpy(slot, source, size);
 }

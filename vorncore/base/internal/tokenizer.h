@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "vorncore/base/chartype.h"
+#include "vorncore/base/internal/textscan.h"
 #include "vorncore/base/types.h"
 
 namespace vorncore {
@@ -48,14 +49,35 @@ char *trim_text(char *text, const Set &set) {
     return text;
 }
 
+/// The ends of the pieces of a text, one after the other.
+template <class Set>
+class piece_ends {
+  public:
+    piece_ends(char *text, const Set &set) : at_(text), set_(set) {}
+    char *next() {
+        while (!set_(*at_)) at_++;
+        return at_++;
+    }
+
+  private:
+    char *at_;
+    const Set &set_;
+};
+
+template <>
+struct piece_ends<one_byte> : marked_bytes {
+    piece_ends(char *text, one_byte set)
+        : marked_bytes(text, static_cast<char>(set.byte), static_cast<char>(set.byte)) {}
+};
+
 /// Cuts a text at each byte of a set that contains NUL and hands every piece that the flags let through to
 /// `take(piece)`, until that returns false: then the text is cut up to there and so is the result.
 template <class Set, class Take>
 bool cut_text(char *text, const Set &ends_piece, int flags, Take take) {
     if (!text || !*text) return true;
+    piece_ends ends(text, ends_piece);
     for (bool last = false; !last;) {
-        char *end = text;
-        while (!ends_piece(*end)) end++;
+        char *const end = ends.next();
         last = !*end;
         *end = '\0';
         char *piece = flags & XP_TOKENIZE_TRIM ? trim_text(text, white_space{}) : text;
