@@ -31,10 +31,28 @@ inline bool equal_bytes(const char *a, const char *b, size_t n) {
     return a[0] == b[0] && a[n / 2] == b[n / 2] && a[n - 1] == b[n - 1];
 }
 
+/// Up to seven bytes as the last ones of a word.
+inline uint64_t load_short(const char *bytes, size_t n) {
+    if (n >= 4) return load_word<uint32_t>(bytes) << (64 - 8 * n) | load_word<uint32_t>(bytes + n - 4) << 32;
+    uint64_t word = 0;
+    while (n--) word = word >> 8 | load_word<uint8_t>(bytes++) << 56;
+    return word;
+}
+
 /// strcmp(a, b) == 0 for an `a` of known length.
+///
+/// Of `b` no word is read before all in front of it were found equal, and whole words only at a multiple of their size:
+/// what is read behind its end, memory checkers know for harmless.
 inline bool equal_texts(const char *a, size_t length, const char *b) {
-    if (!VORNCORE_READ_TO_PAGE_END || reinterpret_cast<uintptr_t>(b) % 4096 + length >= 4096) return strcmp(a, b) == 0;
-    return equal_bytes(a, b, length + 1); // the NUL is compared too
+    if (!VORNCORE_READ_TO_PAGE_END || reinterpret_cast<uintptr_t>(b) % 8 != 0) return strcmp(a, b) == 0;
+    const size_t n = length + 1, tail = n % 8; // the NUL is compared too
+    const char *const end = a + (n - tail);
+    for (; a != end; a += 8, b += 8)
+        if (load_word<uint64_t>(a) != load_word<uint64_t>(b)) return false;
+    if (!tail) return true;
+    const size_t rest = 64 - 8 * tail; // bits
+    const uint64_t last = n > 8 ? load_word<uint64_t>(a + tail - 8) >> rest << rest : load_short(a, tail);
+    return last == load_word<uint64_t>(b) << rest;
 }
 
 /// h = rotate-left(h, 4) ^ c from h = 0 for the eight bytes of a word, first byte lowest; each byte is sign-extended.
@@ -52,14 +70,6 @@ inline uint32_t fold_word(uint64_t word) {
     const bool odd = __builtin_parity(static_cast<uint8_t>(_mm_movemask_epi8(negative)));
     return static_cast<uint32_t>(halves) ^ std::rotl(static_cast<uint32_t>(halves >> 32), 4) ^
            -static_cast<uint32_t>(odd);
-}
-
-/// Up to seven bytes as the last ones of a word.
-inline uint64_t load_short(const char *bytes, size_t n) {
-    if (n >= 4) return load_word<uint32_t>(bytes) << (64 - 8 * n) | load_word<uint32_t>(bytes + n - 4) << 32;
-    uint64_t word = 0;
-    while (n--) word = word >> 8 | load_word<uint8_t>(bytes++) << 56;
-    return word;
 }
 
 /// h = seed word of the first byte, then h = rotate-left(h, 4) ^ c for every byte, sign-extended.
