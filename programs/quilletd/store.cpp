@@ -1,6 +1,7 @@
 #include "programs/quilletd/store.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -14,7 +15,7 @@ namespace {
 
 /// Key and value lie one behind the other in one block, which belongs to the key.
 struct entry {
-    budget *paid; // gets back what the entry cost when it goes; null when that is settled
+    budget *bytes; // gets back what the entry takes when it goes; null when that is settled
 
     static constexpr long long overhead = 64; // this record, the table's item, what the allocator adds, terminators
     static entry *of(void *key) { return static_cast<entry *>(key) - 1; }
@@ -23,11 +24,11 @@ struct entry {
     long long cost() { return overhead + static_cast<long long>(strlen(key()) + strlen(value())); }
 };
 
-std::unique_ptr<entry, decltype(&free)> new_entry(const char *key, const char *value, budget &paid) {
+std::unique_ptr<entry, decltype(&free)> new_entry(const char *key, const char *value, budget &bytes) {
     const size_t key_size = strlen(key) + 1, value_size = strlen(value) + 1;
     auto *made = static_cast<entry *>(malloc(sizeof(entry) + key_size + value_size));
     if (!made) throw std::bad_alloc();
-    made->paid = &paid;
+    made->bytes = &bytes;
     memcpy(made->key(), key, key_size);
     memcpy(made->key() + key_size, value, value_size);
     return {made, free};
@@ -36,7 +37,7 @@ std::unique_ptr<entry, decltype(&free)> new_entry(const char *key, const char *v
 /// The table's hook: key and value go with it.
 void release_key(void *key) {
     entry *const gone = entry::of(key);
-    if (gone->paid) gone->paid->give_back(gone->cost());
+    if (gone->bytes) gone->bytes->give_back(gone->cost());
     free(gone);
 }
 
@@ -121,24 +122,25 @@ int append_line(void *argument, xp_pair *pair) {
 template <class Table>
 class store_in final : public store {
   public:
-    store_in(int max_entries, budget &paid)
-        : max_entries_(max_entries), buckets_(xp_getprime_over(std::clamp(max_entries / 8, 60, 100'000))), paid_(paid) {
-        if (!(table_ = Table::create(max_entries, buckets_))) throw std::bad_alloc();
+    store_in(int max_entries, budget &bytes)
+        : table_(Table::create(max_entries, buckets_for(max_entries))), buckets_(buckets_for(max_entries)),
+          entries_(Table::evicts ? LLONG_MAX : max_entries), bytes_(bytes) {
+        if (!table_) throw std::bad_alloc();
     }
     ~store_in() override { Table::destroy(table_); }
     store_in(const store_in &) = delete;
 
     result put(const char *key, const char *value) override {
-        auto made = new_entry(key, value, paid_);
+        auto made = new_entry(key, value, bytes_);
         const result done = put_locked(made.get());
-        if (done == result::done) made.release(); // NOLINT(bugprone-unused-return-value): the table's
+        if (done == result::done) static_cast<void>(made.release()); // the table has it
         Table::free_evicted(table_);
         return done;
     }
 
     void del(const char *key) override {
         const held_slot slot(table_, key, Table::write_lock, Table::write_unlock);
-        added_ -= Table::del(table_, key, slot.bucket);
+        entries_.give_back(Table::del(table_, key, slot.bucket));
     }
 
     bool get(const char *key, std::string *value) override {
@@ -156,37 +158,48 @@ class store_in final : public store {
     }
 
     int count() override { return Table::count(table_); }
-    long long evicted() override { return Table::evicts ? added_ - count() : 0; }
+    long long evicted() override { return Table::evicts ? entries_.used() - count() : 0; }
 
   private:
+    static int buckets_for(int entries) { return xp_getprime_over(std::clamp(entries / 8, 60, 100'000)); }
+
     result put_locked(entry *made) {
         const held_slot slot(table_, made->key(), Table::write_lock, Table::write_unlock);
         const xp_pair *const pair = Table::peek_pair(table_, made->key(), slot.bucket);
-        entry *const old = pair ? entry::of(pair->key) : nullptr;
-        if (!old && ++added_ > max_entries_ && !Table::evicts) return added_--, result::full;
-        if (!paid_.exchange(old ? old->cost() : 0, made->cost())) return added_ -= !old, result::full;
-        if (old) {
-            old->paid = nullptr; // settled by the exchange
-            if (Table::replace(table_, made->key(), made->value(), slot.bucket)) return result::done;
-            added_++; // another thread has evicted it just now
-        }
-        if (Table::put(table_, made->key(), made->value(), slot.bucket)) return result::done;
-        added_--;
-        paid_.give_back(made->cost());
+        return pair ? overwrite(slot.bucket, entry::of(pair->key), made) : insert(slot.bucket, made);
+    }
+
+    template <class Number>
+    result overwrite(Number bucket, entry *old, entry *made) {
+        if (!bytes_.take(made->cost(), old->cost())) return result::full;
+        old->bytes = nullptr; // settled
+        if (Table::replace(table_, made->key(), made->value(), bucket)) return result::done;
+        bytes_.give_back(made->cost());
+        return insert(bucket, made); // another thread has evicted the old one just now
+    }
+
+    template <class Number>
+    result insert(Number bucket, entry *made) {
+        if (!entries_.take(1)) return result::full;
+        const bool paid = bytes_.take(made->cost());
+        if (paid && Table::put(table_, made->key(), made->value(), bucket)) return result::done;
+        entries_.give_back(1);
+        if (!paid) return result::full;
+        bytes_.give_back(made->cost());
         throw std::bad_alloc();
     }
 
-    const int max_entries_, buckets_;
-    budget &paid_;
-    std::atomic<long long> added_ = 0; // entries that are there or were evicted
     typename Table::record *table_;
+    const int buckets_;
+    budget entries_; // those that are there, and those that were evicted
+    budget &bytes_;
 };
 
 } // namespace
 
-std::unique_ptr<store> new_store(int max_entries, bool evicts, budget &paid) {
-    if (evicts) return std::make_unique<store_in<bounded_table>>(max_entries, paid);
-    return std::make_unique<store_in<plain_table>>(max_entries, paid);
+std::unique_ptr<store> new_store(int max_entries, bool evicts, budget &bytes) {
+    if (evicts) return std::make_unique<store_in<bounded_table>>(max_entries, bytes);
+    return std::make_unique<store_in<plain_table>>(max_entries, bytes);
 }
 
 } // namespace quilletd

@@ -9,20 +9,20 @@ namespace quilletd {
 
 enum class result { done, no_store, no_key, full };
 
-/// Memory for the entries of all stores.
+/// A number of things that there may be at a time, shared by all threads.
 class budget {
   public:
     explicit budget(long long limit) : limit_(limit) {}
 
-    /// Takes `more` bytes in place of `less`; false when that would be too many in all.
-    bool exchange(long long less, long long more) {
+    /// Takes `more` in place of `less`; false when that would be too many in all.
+    bool take(long long more, long long less = 0) {
         long long used = used_;
         do
             if (used - less + more > limit_) return false;
         while (!used_.compare_exchange_weak(used, used - less + more));
         return true;
     }
-    void give_back(long long bytes) { used_ -= bytes; }
+    void give_back(long long count) { used_ -= count; }
     long long used() const { return used_; }
 
   private:
@@ -47,8 +47,8 @@ class store {
     virtual long long evicted() = 0;
 };
 
-/// A store that is full refuses a new entry, or drops the one unused longest for it. Entries are paid for from `paid`,
-/// which outlives the store.
-std::unique_ptr<store> new_store(int max_entries, bool evicts, budget &paid);
+/// A store that is full refuses a new entry, or drops the one unused longest for it. Its entries take their memory from
+/// `bytes`, which outlives it.
+std::unique_ptr<store> new_store(int max_entries, bool evicts, budget &bytes);
 
 } // namespace quilletd

@@ -22,7 +22,7 @@ std::string id_of(unsigned long long number) {
 
 } // namespace
 
-stores::stores(const limits &allowed) : allowed_(allowed), bytes_(allowed.bytes) {
+stores::stores(const limits &allowed) : allowed_(allowed), places_(allowed.stores), bytes_(allowed.bytes) {
     xp_init_xhashtable(&table_, 64, XP_RWLOCK_WRITER_FIRST, xp_getprime_over(std::clamp(allowed.stores, 60, 100'000)),
                        nullptr, nullptr, copy_text, free, nullptr, nullptr);
 }
@@ -46,16 +46,16 @@ bool stores::use(const char *id, Use use) {
 }
 
 std::string stores::create() {
-    if (++reserved_ > allowed_.stores) return reserved_--, std::string();
+    if (!places_.take(1)) return {};
     try {
         auto made = new_store(allowed_.entries, allowed_.evicts, bytes_);
         std::string id;
         while (!insert(id = id_of(++made_), made.get())) {
         }
-        made.release(); // NOLINT(bugprone-unused-return-value): the table has it
+        static_cast<void>(made.release()); // the table has it
         return id;
     } catch (const std::bad_alloc &) {
-        reserved_--;
+        places_.give_back(1);
         throw;
     }
 }
@@ -77,7 +77,7 @@ result stores::purge(const char *id) {
     xpxht_write_unlock(&table_, bucket);
     if (!gone) return result::no_store;
     evicted_ += gone->evicted();
-    reserved_--;
+    places_.give_back(1);
     return result::done;
 }
 

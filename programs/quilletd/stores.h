@@ -46,8 +46,7 @@ class stores {
     bool insert(const std::string &id, store *made);
 
     const limits allowed_;
-    budget bytes_;
-    std::atomic<int> reserved_ = 0; // places of stores
+    budget places_, bytes_;
     std::atomic<unsigned long long> made_ = 0;
     std::atomic<long long> evicted_ = 0; // by stores that were purged
     xp_xhashtable table_;                // id to store, both owned, the stores by this class

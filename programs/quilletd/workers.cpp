@@ -22,9 +22,11 @@ constexpr int drain_reads = 128; // of one connection: a peer that floods cannot
 
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
 
-void finish(connection &c, const char *why) {
+/// Returns what to wait for then: nothing.
+uint32_t finish(connection &c, const char *why) {
     c.finished = true;
     c.why = why;
+    return 0;
 }
 
 } // namespace
@@ -80,7 +82,7 @@ void workers::work_on(connection &c, xprb *chunk) {
     try {
         awaited = advance(c, chunk);
     } catch (const std::bad_alloc &) {
-        finish(c, "out of memory");
+        awaited = finish(c, "out of memory");
     }
     requests_ += c.talk.requests() - before;
     if (c.finished) shutdown(c.fd, SHUT_RDWR); // which the poll reports, so that the watcher closes it
@@ -92,14 +94,14 @@ void workers::work_on(connection &c, xprb *chunk) {
 uint32_t workers::advance(connection &c, xprb *chunk) {
     if (c.events & EPOLLIN && !c.input_ended) receive(c, chunk);
     if (c.finished) return 0;
-    if (c.events & (EPOLLERR | EPOLLHUP)) return finish(c, "reset by peer"), 0; // nothing can be sent any more
+    if (c.events & (EPOLLERR | EPOLLHUP)) return finish(c, "reset by peer"); // nothing can be sent any more
     const bool more = c.talk.answer(output_limit);
     const size_t before = c.talk.waiting();
     xpwb *const output = c.talk.output();
-    if (xpwb_flush(output) == 0) return finish(c, strerror(output->saved_errno)), 0;
+    if (xpwb_flush(output) == 0) return finish(c, strerror(output->saved_errno));
     if (c.talk.waiting() < before) c.active = now();
     const bool sending = more || c.talk.waiting() > 0;
-    if (c.input_ended && !sending) return finish(c, ""), 0;
+    if (c.input_ended && !sending) return finish(c, "");
     uint32_t awaited = 0;
     if (!c.input_ended && !more) awaited |= EPOLLIN;
     if (sending) awaited |= EPOLLOUT;
