@@ -3,7 +3,7 @@
 # starts quilletd on a free port, loads FILE (KEY<TAB>VALUE or KEY=VALUE a line; the character names of
 # examples/data when none is given), reads every entry back and compares it, fetches pages of a
 # local web server and stores their headers, carries FILE through an XML document, digests and
-# scrambles, then measures a short load.
+# scrambles, then measures a short load with one worker and with one a core.
 set -euo pipefail
 file=$(realpath "${1:-$(dirname "$0")/../examples/data/characters.tsv}")
 cd "$(dirname "$0")/.."
@@ -32,10 +32,18 @@ fail() {
 }
 
 mkfifo "$work/ready"
-build/release/bin/quilletd --port 0 >"$work/ready" 2>"$work/log" &
-service=$!
-read -r -t 20 ready <"$work/ready" || fail "the service does not start"
-address=${ready#listening on }
+start() { # OPTION...
+    build/release/bin/quilletd --port 0 "$@" >"$work/ready" 2>"$work/log" &
+    service=$!
+    read -r -t 20 ready <"$work/ready" || fail "the service does not start"
+    address=${ready#listening on }
+}
+end() {
+    kill "$service"
+    wait "$service" || fail "the service ended with code $?"
+    service=
+}
+start
 echo "service: quilletd on $address"
 
 vorn=build/release/bin/vorn
@@ -92,12 +100,18 @@ $vorn scramble -d --pass-file "$work/phrase" "$work/scrambled" | cmp -s - "$work
 ! cmp -s "$work/lines.xml" "$work/scrambled" || fail "nothing is scrambled"
 echo "scramble: $(wc -c <"$work/scrambled") bytes scrambled under a pass phrase, and back"
 
-echo
-$vorn kv bench --connections 8 --seconds 3 "$address" | tee "$work/bench" || fail "load"
-echo
+end
 
-kill "$service"
-wait "$service" || fail "the service ended with code $?"
-service=
-rate=$(awk '$1 == "all" { print $3 }' "$work/bench")
-echo "demo: passed: $entries entries of $(basename "$file") stored and read back equal, $rate operations a second, clean end"
+many=$(nproc)
+[ "$many" -gt 1 ] || many=2
+rates=
+for workers in 1 "$many"; do
+    start --workers "$workers"
+    echo
+    echo "load:    8 connections, $workers worker(s), $(nproc) core(s) for both sides"
+    $vorn kv bench --connections 8 --seconds 3 "$address" | tee "$work/bench" || fail "load"
+    rates="$rates, $(awk '$1 == "all" { print $3 }' "$work/bench") operations a second with $workers worker(s)"
+    end
+done
+echo
+echo "demo: passed: $entries entries of $(basename "$file") stored and read back equal$rates, clean end"

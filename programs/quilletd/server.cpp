@@ -2,15 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <new>
-#include <vector>
 
 #include "vorncore/io/io.h"
 #include "vorncore/io/socket.h"
@@ -19,18 +18,8 @@ namespace quilletd {
 
 namespace {
 
-constexpr int chunk_size = 64 * 1024;
-constexpr size_t output_limit = 256 * 1024;
 constexpr int drain_limit = 5000;
-constexpr int drain_reads = 128;  // of one connection: a peer that floods cannot hold up the end
 constexpr int accept_pause = 100; // milliseconds to wait for a descriptor when there is none left
-
-long long now() {
-    const auto time = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-}
-
-bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
 
 bool failed(const char *what) {
     perror(what);
@@ -39,15 +28,13 @@ bool failed(const char *what) {
 
 } // namespace
 
-server::server(const options &chosen) : options_(chosen), stores_(chosen.stored) {
-    xp_init_readbuf(&chunk_, -1, chunk_size);
-}
+server::server(const options &chosen) : options_(chosen), stores_(chosen.stored) {}
 
 server::~server() {
+    workers_.stop();
     for (connection &c : connections_) close(c.fd);
     if (listener_ >= 0) close(listener_);
     if (poll_ >= 0) close(poll_);
-    xp_close_readbuf(&chunk_);
 }
 
 bool server::listen() {
@@ -68,144 +55,105 @@ bool server::listen() {
         return failed("quilletd: listen");
     port_ = ntohs(address.sin_port);
     poll_ = epoll_create1(EPOLL_CLOEXEC);
-    accepting_ = poll_ >= 0 && watch(listener_, &listener_, EPOLLIN, EPOLL_CTL_ADD);
-    return accepting_ || failed("quilletd: epoll");
+    accepting_ = poll_ >= 0 && arm(poll_, EPOLL_CTL_ADD, listener_, EPOLLIN, &listener_);
+    if (!accepting_) return failed("quilletd: epoll");
+    return workers_.start(std::max(options_.workers, 1), poll_) || failed("quilletd: threads");
 }
 
 bool server::run(int signals) {
-    if (!watch(signals, nullptr, EPOLLIN, EPOLL_CTL_ADD)) return failed("quilletd: epoll");
+    if (!arm(poll_, EPOLL_CTL_ADD, signals, EPOLLIN, nullptr)) return failed("quilletd: epoll");
     for (;;) {
         epoll_event events[256];
         const int count = epoll_wait(poll_, events, 256, next_wait());
         if (count < 0 && errno != EINTR) return failed("quilletd: epoll_wait");
         for (int i = 0; i < count; i++) {
             void *tag = events[i].data.ptr;
-            if (tag == &listener_) {
+            if (tag == &listener_)
                 accept_all();
-            } else if (tag) {
+            else if (tag)
                 handle(*static_cast<connection *>(tag), events[i].events);
-            } else {
-                if (drain_until_) return true;
-                char sink[128]; // one record of the signal descriptor
-                if (read(signals, sink, sizeof sink) > 0) begin_drain();
-            }
+            else if (!handle_signal(signals))
+                return true;
         }
-        closed_.clear();
         drop_idle();
         if (drain_until_ && (connections_.empty() || now() >= drain_until_)) break;
-        if (!accepting_ && !drain_until_) accepting_ = watch(listener_, &listener_, EPOLLIN, EPOLL_CTL_MOD);
+        if (!accepting_ && !drain_until_) accepting_ = arm(poll_, EPOLL_CTL_MOD, listener_, EPOLLIN, &listener_);
     }
+    workers_.stop();
     if (!options_.quiet)
-        fprintf(stderr, "quilletd: stopped after %lld requests on %lld connections\n", requests_, served_);
+        fprintf(stderr, "quilletd: stopped after %lld requests on %lld connections\n", workers_.requests(), served_);
     return true;
 }
 
-bool server::watch(int descriptor, void *tag, uint32_t events, int operation) {
-    epoll_event event{};
-    event.events = events;
-    event.data.ptr = tag;
-    return epoll_ctl(poll_, operation, descriptor, &event) == 0;
+/// False for the second signal that asks for the end.
+bool server::handle_signal(int signals) {
+    signalfd_siginfo got;
+    while (read(signals, &got, sizeof got) == sizeof got) {
+        if (got.ssi_signo == SIGUSR1) {
+            print_statistics();
+            continue;
+        }
+        if (drain_until_) return false;
+        begin_drain();
+    }
+    arm(poll_, EPOLL_CTL_MOD, signals, EPOLLIN, nullptr);
+    return true;
 }
 
 void server::accept_all() {
-    for (;;) {
-        const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (fd < 0) {
-            if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) { // connections wait a while
-                watch(listener_, &listener_, 0, EPOLL_CTL_MOD);
-                accepting_ = false;
-            }
-            return;
-        }
-        xp_set_sock_opt(fd, XP_SOCKOPT_NODELAY, 1);
-        connection &c = connections_.emplace_back(fd, stores_, static_cast<size_t>(options_.max_line));
-        c.place = std::prev(connections_.end());
-        c.active = now();
-        c.events = EPOLLIN;
-        served_++;
-        if (!watch(fd, &c, EPOLLIN, EPOLL_CTL_ADD)) drop(c, "epoll");
-    }
+    for (int fd; (fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC)) >= 0;) accept(fd);
+    accepting_ = false; // not before the pause when there is no descriptor left
+    const bool short_of_descriptors = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
+    if (!short_of_descriptors) accepting_ = arm(poll_, EPOLL_CTL_MOD, listener_, EPOLLIN, &listener_);
 }
 
-/// True when there was input, so that there may be more.
-bool server::handle(connection &c, uint32_t events) {
-    if (c.fd < 0) return false; // closed by an event before this one
-    try {
-        const bool received = events & EPOLLIN && receive(c);
-        if (c.fd < 0) return false;
-        if (events & (EPOLLERR | EPOLLHUP))
-            drop(c, "reset by peer"); // nothing can be sent any more
-        else
-            advance(c);
-        return received && c.fd >= 0;
-    } catch (const std::bad_alloc &) {
-        drop(c, "out of memory");
-        return false;
-    }
-}
-
-/// One read, which the session takes over whole: the chunk is free for the next connection.
-bool server::receive(connection &c) {
-    xprb_reset(&chunk_, c.fd);
-    int length = 0;
-    const char *bytes = xprb_read(&chunk_, &length);
-    if (bytes) {
-        touch(c);
-        if (!c.talk.feed({bytes, static_cast<size_t>(length)})) throw std::bad_alloc();
-        return true;
-    }
-    if (chunk_.last_error == IOERROR_EOF) {
-        c.input_ended = true; // what it has sent is still answered
-    } else if (!would_block(chunk_.saved_errno)) {
-        drop(c, xprb_lasterrmsg(&chunk_));
-    }
-    return false;
-}
-
-/// Answers, sends, and chooses what to wait for. Input is read only while the client takes its output.
-void server::advance(connection &c) {
-    const bool more = c.talk.answer(output_limit);
-    if (!flush(c)) return;
-    const bool sending = more || c.talk.waiting() > 0;
-    if (c.input_ended && !sending) return drop(c, nullptr);
-    uint32_t events = 0;
-    if (!c.input_ended && !more) events |= EPOLLIN;
-    if (sending) events |= EPOLLOUT;
-    if (events == c.events) return;
-    c.events = events;
-    if (!watch(c.fd, &c, events, EPOLL_CTL_MOD)) drop(c, "epoll");
-}
-
-/// Sends what the socket takes. False when the connection is gone.
-bool server::flush(connection &c) {
-    const size_t before = c.talk.waiting();
-    xpwb *output = c.talk.output();
-    if (xpwb_flush(output) == 0) {
-        drop(c, strerror(output->saved_errno));
-        return false;
-    }
-    if (c.talk.waiting() < before) touch(c);
-    return true;
-}
-
-void server::touch(connection &c) {
+void server::accept(int fd) {
+    xp_set_sock_opt(fd, XP_SOCKOPT_NODELAY, 1);
+    connection &c = connections_.emplace_back(fd, stores_, static_cast<size_t>(options_.max_line));
+    c.place = std::prev(connections_.end());
     c.active = now();
-    connections_.splice(connections_.end(), connections_, c.place);
+    if (options_.idle_timeout) c.timer = timers_.emplace(c.active + options_.idle_timeout, &c);
+    c.armed = true;
+    served_++;
+    if (!arm(poll_, EPOLL_CTL_ADD, fd, EPOLLIN, &c)) drop(c, "epoll");
 }
 
-void server::drop(connection &c, const char *reason) {
-    if (reason && !options_.quiet) fprintf(stderr, "quilletd: connection dropped: %s\n", reason);
-    requests_ += c.talk.requests();
+void server::handle(connection &c, uint32_t events) {
+    {
+        const std::lock_guard held(c.mutex);
+        c.armed = false;
+        c.events = events;
+    }
+    if (c.finished)
+        drop(c, c.why);
+    else
+        workers_.serve(c);
+}
+
+void server::drop(connection &c, std::string_view why) {
+    if (!why.empty() && !options_.quiet)
+        fprintf(stderr, "quilletd: connection dropped: %.*s\n", static_cast<int>(why.size()), why.data());
+    if (options_.idle_timeout) timers_.erase(c.timer);
     close(c.fd);
-    c.fd = -1;
-    closed_.splice(closed_.end(), connections_, c.place);
+    connections_.erase(c.place);
 }
 
+/// The timers are not moved whenever bytes come or go: one that is due is set anew if there were some meanwhile.
 void server::drop_idle() {
-    if (!options_.idle_timeout) return;
-    while (!connections_.empty() && now() - connections_.front().active >= options_.idle_timeout)
-        drop(connections_.front(), "idle");
-    closed_.clear();
+    const long long time = now();
+    while (!timers_.empty() && timers_.begin()->first <= time) {
+        connection &c = *timers_.begin()->second;
+        std::unique_lock held(c.mutex, std::try_to_lock);
+        const bool at_work = !held || !c.armed;
+        const long long idle_at = (at_work ? time : c.active) + options_.idle_timeout;
+        held = {};
+        if (idle_at <= time) {
+            drop(c, "idle");
+        } else {
+            timers_.erase(c.timer);
+            c.timer = timers_.emplace(idle_at, &c);
+        }
+    }
 }
 
 /// Milliseconds until something has to be done without an event, -1 for never.
@@ -215,25 +163,25 @@ int server::next_wait() const {
     const auto wait_until = [&](long long moment) { until = until < 0 ? moment : std::min(until, moment); };
     if (drain_until_) wait_until(drain_until_);
     if (!accepting_ && !drain_until_) wait_until(time + accept_pause);
-    if (options_.idle_timeout && !connections_.empty()) wait_until(connections_.front().active + options_.idle_timeout);
+    if (!timers_.empty()) wait_until(timers_.begin()->first);
     return until < 0 ? -1 : static_cast<int>(std::clamp(until - time, 0LL, 1'000'000LL));
 }
 
-/// What has reached this machine counts as sent in time: it is read, then nothing more is.
+/// What has reached this machine counts as sent in time. Behind it every connection reads the end of its input.
 void server::begin_drain() {
     accept_all();
     close(listener_);
     listener_ = -1;
     accepting_ = false;
     drain_until_ = now() + drain_limit;
-    std::vector<connection *> all;
-    for (connection &c : connections_) all.push_back(&c);
-    for (connection *c : all) {
-        for (int reads = 0; reads < drain_reads && handle(*c, EPOLLIN); reads++) {
-        }
-        c->input_ended = true;
-        handle(*c, 0);
-    }
+    workers_.begin_drain();
+    for (connection &c : connections_) shutdown(c.fd, SHUT_RD);
+}
+
+void server::print_statistics() {
+    const statistics s = stores_.take_statistics();
+    fprintf(stderr, "quilletd: %zu connections, %lld requests, %d stores, %lld entries, %lld bytes, %lld evicted\n",
+            connections_.size(), workers_.requests(), s.stores, s.entries, s.bytes, s.evicted);
 }
 
 } // namespace quilletd

@@ -1,12 +1,7 @@
-// The poll loop: connections, their flow control, and the way out.
+// The thread that accepts and watches connections, and the way out.
 #pragma once
 
-#include <list>
-#include <string>
-
-#include "programs/quilletd/session.h"
-#include "programs/quilletd/stores.h"
-#include "vorncore/io/readbuf.h"
+#include "programs/quilletd/workers.h"
 
 namespace quilletd {
 
@@ -14,14 +9,15 @@ struct options {
     std::string address = "127.0.0.1";
     int port = 0; // 0: any
     limits stored;
+    int workers = static_cast<int>(std::thread::hardware_concurrency()); // 0: the system does not tell
     int max_line = 1024 * 1024;
     int idle_timeout = 0; // milliseconds; 0: connections may be idle for ever
     bool quiet = false;
 };
 
-/// All connections are served on one thread. A connection costs its record and a block of output while it is idle;
-/// at work it holds at most one line and one chunk of input, and about 256 KiB of output: beyond that its requests wait
-/// until it reads.
+/// One thread accepts and polls; it hands each connection that is ready to the workers, of whom one at a time is at
+/// work on it. A connection costs its record and a block of output while it is idle; at work it holds at most one line
+/// and one chunk of input, and about 256 KiB of output: beyond that its requests wait until it reads.
 class server {
   public:
     explicit server(const options &chosen);
@@ -33,44 +29,33 @@ class server {
     bool listen();
     int port() const { return port_; }
 
-    /// Serves until `signals`, a descriptor of signalfd(2), becomes readable. Then everything that has arrived is
-    /// answered and every answer sent, for at most five seconds; a second signal cuts that short.
+    /// Serves until `signals`, a descriptor of signalfd(2), reports one to end. Then everything that has arrived is
+    /// answered and every answer sent, for at most five seconds; a second signal cuts that short. SIGUSR1 has it write
+    /// a line of statistics to standard error.
     bool run(int signals);
 
   private:
-    struct connection {
-        connection(int descriptor, stores &all, size_t max_line) : fd(descriptor), talk(all, max_line, descriptor) {}
-        int fd; // -1 once it is closed
-        session talk;
-        bool input_ended = false;
-        uint32_t events = 0; // what the poll watches
-        long long active = 0;
-        std::list<connection>::iterator place;
-    };
-
-    bool watch(int descriptor, void *tag, uint32_t events, int operation);
+    bool handle_signal(int signals);
     void accept_all();
-    bool handle(connection &c, uint32_t events);
-    bool receive(connection &c);
-    void advance(connection &c);
-    bool flush(connection &c);
-    void touch(connection &c);
-    void drop(connection &c, const char *reason);
+    void accept(int fd);
+    void handle(connection &c, uint32_t events);
+    void drop(connection &c, std::string_view why);
     void drop_idle();
     int next_wait() const;
     void begin_drain();
+    void print_statistics();
 
     options options_;
     stores stores_;
+    workers workers_;
     int port_ = 0;
     int poll_ = -1;
     int listener_ = -1;
     bool accepting_ = false;
-    long long drain_until_ = 0;         // 0: not draining
-    std::list<connection> connections_; // the one that has been silent longest first
-    std::list<connection> closed_;      // kept until the events at hand, which may name them, are done
-    xprb chunk_;                        // shared: each read is taken over whole at once
-    long long served_ = 0, requests_ = 0;
+    long long drain_until_ = 0; // 0: not draining
+    std::list<connection> connections_;
+    std::multimap<long long, connection *> timers_; // by when to look whether they are idle
+    long long served_ = 0;
 };
 
 } // namespace quilletd

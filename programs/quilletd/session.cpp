@@ -84,14 +84,14 @@ void session::put(char *arguments) {
 
 void session::get(char *arguments) {
     char *key = cut_at(arguments, ' ');
-    const char *value = nullptr;
+    std::string value;
     if (!key) return reply("500 malformed request");
-    const auto result = all_.get(arguments, key, &value);
-    return result == stores::result::done ? reply("200 ", value) : reply(result, "");
+    const result found = all_.get(arguments, key, &value);
+    return found == result::done ? reply("200 ", value) : reply(found, "");
 }
 
 void session::begin_listing(const char *store) {
-    if (!all_.exists(store)) return reply(stores::result::no_store, "");
+    if (!all_.exists(store)) return reply(result::no_store, "");
     strcpy(listed_store_, store); // an id that exists is short enough
     next_bucket_ = 0;
     listing_ = true;
@@ -100,10 +100,9 @@ void session::begin_listing(const char *store) {
 
 /// A store that is purged meanwhile ends its listing.
 void session::list_on() {
-    next_bucket_ = all_.list_bucket(listed_store_, next_bucket_, [this](const char *key, const char *value) {
-        write(key);
-        reply("=", value);
-    });
+    std::string lines;
+    next_bucket_ = all_.list_bucket(listed_store_, next_bucket_, &lines);
+    write(lines);
     listing_ = next_bucket_ != 0;
     if (!listing_) reply("");
 }
@@ -114,12 +113,12 @@ void session::reply(std::string_view status, std::string_view text) {
     xpwb_write_char(&output_, '\n');
 }
 
-void session::reply(stores::result result, std::string_view done) {
-    switch (result) {
-    case stores::result::done: return reply(done);
-    case stores::result::no_store: return reply("404 no such store");
-    case stores::result::no_key: return reply("404 no such key");
-    case stores::result::full: return reply("500 no room");
+void session::reply(result what, std::string_view done) {
+    switch (what) {
+    case result::done: return reply(done);
+    case result::no_store: return reply("404 no such store");
+    case result::no_key: return reply("404 no such key");
+    case result::full: return reply("500 no room");
     }
 }
 

@@ -46,7 +46,7 @@ class session {
     void list_on();
     void write(std::string_view text) { xpwb_write(&output_, text.data(), static_cast<int>(text.size())); }
     void reply(std::string_view status, std::string_view text = {});
-    void reply(stores::result result, std::string_view done);
+    void reply(result what, std::string_view done);
 
     stores &all_;
     size_t max_line_;

@@ -9,25 +9,8 @@ namespace quilletd {
 
 namespace {
 
-constexpr long long entry_overhead = 64; // item, allocator, terminators
-
-long long cost_of(const xp_pair *entry) {
-    return entry_overhead +
-           static_cast<long long>(strlen(static_cast<char *>(entry->key)) + strlen(static_cast<char *>(entry->value)));
-}
-
-/// Key and value in one block, which belongs to the key.
-char *new_entry(const char *key, const char *value) {
-    const size_t key_size = strlen(key) + 1, value_size = strlen(value) + 1;
-    auto *block = static_cast<char *>(malloc(key_size + value_size));
-    if (!block) throw std::bad_alloc();
-    memcpy(block, key, key_size);
-    memcpy(block + key_size, value, value_size);
-    return block;
-}
-
 void *copy_text(const void *text) { return strdup(static_cast<const char *>(text)); }
-void destroy_table(void *table) { xp_destroy_hashtable(static_cast<xp_hashtable *>(table)); }
+store *store_of(const void *value) { return static_cast<store *>(const_cast<void *>(value)); }
 
 /// At most seven digits of base 36; a counter that has gone round starts over.
 std::string id_of(unsigned long long number) {
@@ -39,66 +22,97 @@ std::string id_of(unsigned long long number) {
 
 } // namespace
 
-stores::stores(const limits &allowed)
-    : allowed_(allowed), buckets_(xp_getprime_over(std::clamp(allowed.entries / 8, 60, 100'000))) {
-    xp_init_hashtable(&stores_, xp_getprime_over(std::clamp(allowed.stores, 60, 100'000)), nullptr, nullptr, copy_text,
-                      free, nullptr, destroy_table);
+stores::stores(const limits &allowed) : allowed_(allowed), places_(allowed.stores), bytes_(allowed.bytes) {
+    xp_init_xhashtable(&table_, 64, XP_RWLOCK_WRITER_FIRST, xp_getprime_over(std::clamp(allowed.stores, 60, 100'000)),
+                       nullptr, nullptr, copy_text, free, nullptr, nullptr);
 }
 
-stores::~stores() { xp_close_hashtable(&stores_); }
+stores::~stores() {
+    const auto destroy = [](void *, xp_pair *pair) { return delete store_of(pair->value), 1; };
+    xpxht_enumerate(&table_, destroy, nullptr, -1);
+    xp_close_xhashtable(&table_);
+}
+
+template <class Use>
+bool stores::use(const char *id, Use use) {
+    struct lock {
+        xp_xhashtable *table;
+        int bucket;
+        ~lock() { xpxht_read_unlock(table, bucket); }
+    } const held{&table_, xpxht_read_lock(&table_, id)};
+    store *const found = store_of(xpxht_get(&table_, id, held.bucket));
+    if (found) use(*found);
+    return found;
+}
 
 std::string stores::create() {
-    if (xpht_count(&stores_) >= allowed_.stores) return {};
-    std::string id;
-    do {
-        id = id_of(++made_);
-    } while (find(id.c_str()));
-    xp_hashtable *table = xp_create_hashtable(buckets_, nullptr, nullptr, nullptr, free, nullptr, nullptr);
-    if (!table) throw std::bad_alloc();
-    if (!xpht_put(&stores_, id.c_str(), table)) {
-        xp_destroy_hashtable(table);
-        throw std::bad_alloc();
+    if (!places_.take(1)) return {};
+    try {
+        auto made = new_store(allowed_.entries, allowed_.evicts, bytes_);
+        std::string id;
+        while (!insert(id = id_of(++made_), made.get())) {
+        }
+        static_cast<void>(made.release()); // the table has it
+        return id;
+    } catch (const std::bad_alloc &) {
+        places_.give_back(1);
+        throw;
     }
-    return id;
 }
 
-stores::result stores::purge(const char *id) {
-    xp_hashtable *table = find(id);
-    if (!table) return result::no_store;
-    xpht_enumerate(
-        table,
-        [](void *bytes, xp_pair *entry) {
-            *static_cast<long long *>(bytes) -= cost_of(entry);
-            return 1;
-        },
-        &bytes_);
-    xpht_del(&stores_, id);
+/// False when there is a store of that id.
+bool stores::insert(const std::string &id, store *made) {
+    const int bucket = xpxht_write_lock(&table_, id.c_str());
+    const bool taken = xpxht_contains(&table_, id.c_str(), bucket);
+    const bool put = !taken && xpxht_put(&table_, id.c_str(), made, bucket);
+    xpxht_write_unlock(&table_, bucket);
+    if (!put && !taken) throw std::bad_alloc();
+    return put;
+}
+
+result stores::purge(const char *id) {
+    const int bucket = xpxht_write_lock(&table_, id);
+    const std::unique_ptr<store> gone(store_of(xpxht_get(&table_, id, bucket)));
+    xpxht_del(&table_, id, bucket);
+    xpxht_write_unlock(&table_, bucket);
+    if (!gone) return result::no_store;
+    evicted_ += gone->evicted();
+    places_.give_back(1);
     return result::done;
 }
 
-stores::result stores::put(const char *id, const char *key, const char *value) {
-    xp_hashtable *table = find(id);
-    if (!table) return result::no_store;
-    const xp_pair *old = xpht_get_pair(table, key);
-    const long long freed = old ? cost_of(old) : 0;
-    if (!*value) {
-        xpht_del(table, key);
-        bytes_ -= freed;
-        return result::done;
-    }
-    const long long used = entry_overhead + static_cast<long long>(strlen(key) + strlen(value));
-    if (bytes_ - freed + used > allowed_.bytes || (!old && xpht_count(table) >= allowed_.entries)) return result::full;
-    char *entry = new_entry(key, value);
-    xpht_update(table, entry, entry + strlen(key) + 1); // frees the old block, key and value
-    bytes_ += used - freed;
-    return result::done;
+result stores::put(const char *id, const char *key, const char *value) {
+    result done = result::done;
+    const bool found = use(id, [&](store &s) { *value ? void(done = s.put(key, value)) : s.del(key); });
+    return found ? done : result::no_store;
 }
 
-stores::result stores::get(const char *id, const char *key, const char **value) const {
-    const xp_hashtable *table = find(id);
-    if (!table) return result::no_store;
-    *value = static_cast<const char *>(xpht_get(table, key));
-    return *value ? result::done : result::no_key;
+result stores::get(const char *id, const char *key, std::string *value) {
+    bool got = false;
+    if (!use(id, [&](store &s) { got = s.get(key, value); })) return result::no_store;
+    return got ? result::done : result::no_key;
+}
+
+bool stores::exists(const char *id) {
+    return use(id, [](store &) {});
+}
+
+int stores::list_bucket(const char *id, int bucket, std::string *lines) {
+    int next = 0;
+    use(id, [&](store &s) { next = s.list_bucket(bucket, lines); });
+    return next;
+}
+
+statistics stores::take_statistics() {
+    statistics sums{0, 0, bytes_.used(), evicted_};
+    const auto add = [](void *argument, xp_pair *pair) {
+        auto *to = static_cast<statistics *>(argument);
+        to->entries += store_of(pair->value)->count();
+        to->evicted += store_of(pair->value)->evicted();
+        return 1;
+    };
+    sums.stores = xpxht_enumerate(&table_, add, &sums, 0);
+    return sums;
 }
 
 } // namespace quilletd

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <deque>
 #include <fstream>
+#include <thread>
 
 #include "support/harness.h"
 #include "support/program.h"
@@ -13,7 +14,7 @@ using harness::raw_client;
 using harness::service;
 
 TEST(Quilletd, AnswersEachRequestAndStaysUsable) {
-    service running("--max-stores 2 --max-entries 2 --max-line 64");
+    service running("--max-stores 2 --max-line 64");
     raw_client client(running.port);
     const std::string id = client.ask("NEW\n").substr(4);
     ASSERT_FALSE(id.empty() || id.size() > 7) << id;
@@ -34,7 +35,6 @@ TEST(Quilletd, AnswersEachRequestAndStaysUsable) {
         {"PUT x a=\n", "404 no such store"},
         {"PUT S b=\n", "200 ..."},
         {"PUT S k=" + longest + "\n", "200 stored"},
-        {"PUT S c=3\n", "500 no room"},
         {"PUT S k=\n", "200 ..."},
         {"PUT S =e\n", "200 stored"},
         {"GET S \n", "200 e"},
@@ -106,6 +106,67 @@ TEST(Quilletd, HoldsAThousandIdleConnections) {
     char byte;
     for (const auto &c : idle) ASSERT_EQ(xp_read_timeout(c.fd, &byte, 1, 10'000), IOERROR_EOF);
     setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/// What a service says on standard error, line by line.
+struct error_lines : harness::channel {
+    error_lines() : channel(kind::pipe) {
+        xp_init_readbuf(&input, (*this)[0], 4096);
+        input.timeout = 10'000;
+    }
+    ~error_lines() { xp_close_readbuf(&input); }
+    std::string option() { return " 2>/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string((*this)[1]); }
+    std::string line() {
+        const char *text = xprb_read_line(&input, nullptr);
+        return text ? text : xprb_lasterrmsg(&input);
+    }
+    xprb input;
+};
+
+/// Puts keys N * count .. from a connection of its own, all of them before it reads the replies.
+void put_many(int port, int n, int count) {
+    raw_client client(port);
+    std::string requests;
+    for (int i = 0; i < count; i++) requests += "PUT 1 k" + std::to_string(100'000 + n * count + i) + "=v\n";
+    std::thread sender([&] { client.send(requests); });
+    for (int i = 0; i < count; i++) EXPECT_EQ(client.line(), "200 stored");
+    sender.join();
+}
+
+TEST(Quilletd, CountsExactlyWhateverTheNumberOfWorkers) {
+    const struct {
+        const char *options;
+        int keys; // of each of four clients
+        const char *reply, *statistics;
+    } cases[] = {
+        {"--workers 1", 25'000, "500 no room", "1 stores, 100000 entries, 7200000 bytes, 0 evicted"},
+        {"--workers 4", 25'000, "500 no room", "1 stores, 100000 entries, 7200000 bytes, 0 evicted"},
+        {"--workers 1 --max-entries 10", 5000, "200 stored", "1 stores, 10 entries, 721 bytes, 19991 evicted"},
+        {"--workers 4 --max-entries 10", 5000, "200 stored", "1 stores, 10 entries, 721 bytes, 19991 evicted"},
+    };
+    for (const auto &c : cases) {
+        error_lines errors;
+        service running(c.options + errors.option());
+        raw_client client(running.port);
+        EXPECT_EQ(client.ask("NEW\n"), "200 1");
+        std::vector<std::thread> clients;
+        for (int n = 0; n < 4; n++) clients.emplace_back(put_many, running.port, n, c.keys);
+        for (auto &thread : clients) thread.join();
+        EXPECT_EQ(client.ask("PUT 1 one_more=v\n"), c.reply) << c.options;
+        kill(running.pid(), SIGUSR1);
+        const std::string line = errors.line();
+        EXPECT_EQ(line.substr(line.find(" requests, ") + 11), c.statistics) << c.options;
+    }
+}
+
+TEST(Quilletd, DropsTheEntryThatWasNotReadForLongest) {
+    service running("--max-entries 2");
+    raw_client client(running.port);
+    for (const char *request : {"NEW", "PUT 1 a=1", "PUT 1 b=2", "GET 1 a", "PUT 1 b=3", "PUT 1 c=4"})
+        EXPECT_EQ(client.ask(std::string(request) + "\n").substr(0, 4), "200 ") << request;
+    EXPECT_EQ(client.ask("GET 1 b\n"), "404 no such key");
+    EXPECT_EQ(client.ask("GET 1 a\n"), "200 1");
+    EXPECT_EQ(client.ask("GET 1 c\n"), "200 4");
 }
 
 long peak_kilobytes(int pid) {
