@@ -22,14 +22,14 @@ void note(void *log, const char *data, int length) {
     static_cast<std::string *>(log)->append(data, static_cast<size_t>(length)) += '|';
 }
 
-/// A stream of one chunk.
+/// A stream of one chunk, which ends with another one that is empty or with none.
 struct once : xpi_istream {
     std::string chunk;
     uint32_t left = static_cast<uint32_t>(chunk.size());
     static char *take(void *stream, uint32_t *length) {
         auto *me = static_cast<once *>(stream);
         *length = std::exchange(me->left, 0);
-        return me->chunk.data();
+        return *length || me->chunk.size() % 2 ? me->chunk.data() : nullptr;
     }
 };
 
