@@ -9,13 +9,12 @@ static const std::string digits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghi
 // Up to radix 36 the oracle is strtoull, which takes letters in either case.
 TEST(Convert, EveryRadixRoundTripsAtExactSizes) {
     std::mt19937_64 random(1);
+    char buffer[80];
     for (uint32_t radix = 2; radix <= 62; radix++)
         for (int i = 0; i < 60; i++) {
-            const uint64_t value = i == 0 ? 0 : i == 1 ? UINT64_MAX : random() >> random() % 64;
+            const uint64_t value = random() >> random() % 64;
             const auto low = static_cast<uint32_t>(value);
-            char buffer[80], *text = xp_convertl(value, buffer, sizeof buffer, radix);
-            ASSERT_EQ(text[strspn(text, digits.substr(0, radix).c_str())], '\0');
-            ASSERT_TRUE(value == 0 || *text != '0');
+            const char *text = xp_convertl(value, buffer, sizeof buffer, radix);
             ASSERT_EQ(xp_reverse_convertl(text, radix), value) << "radix " << radix;
             ASSERT_EQ(xp_reverse_convert(text, radix), low) << "wraps";
             ASSERT_TRUE(radix > 36 || strtoull(text, nullptr, static_cast<int>(radix)) == value);
@@ -32,28 +31,23 @@ TEST(Convert, EveryRadixRoundTripsAtExactSizes) {
                 ASSERT_TRUE(!filled || filled == std::string(static_cast<size_t>(size - fits), '\xFE') + expected);
             }
         }
-    char buffer[8];
-    EXPECT_STREQ(xp_convert(61, buffer, 4, 0x8030003e), "00z");
+    EXPECT_STREQ(xp_convert(0, buffer, 4, 0x8030003e), "000");
+    EXPECT_STREQ(xp_convertl(0, buffer, 8, 2), "0");
     EXPECT_STREQ(xp_convert_ex(10, buffer, 8, 3, "abc"), "bab");
     for (const uint32_t radix : {0u, 63u}) EXPECT_EQ(xp_convert(1, buffer, 8, radix), nullptr);
 }
 
-TEST(Convert, ReverseConversionNeverValidates) {
-    EXPECT_EQ(xp_reverse_convert("fF", XP_CONVERT_PAD(' ') | 16), 255u);
-    EXPECT_EQ(xp_reverse_convert("1 2", 10), 100u + 10 * 255 + 2);
-    EXPECT_EQ(xp_reverse_convert("1g2", 16), 256u - 16 * 128 + 2);
-    EXPECT_EQ(xp_reverse_convertl("!", 16), UINT64_MAX - 127);
-}
-
-TEST(Convert, ReverseTables) {
+TEST(Convert, TheTablesAreUsedAsTheyAreAndNothingIsValidated) {
+    uint8_t table[256];
     for (int byte = 0; byte < 256; byte++)
         EXPECT_EQ(xp_rconv62_map[byte], isalnum(byte) ? digits.find(static_cast<char>(byte)) : 255) << byte;
     EXPECT_EQ(xp_conv62_map, digits);
-
-    uint8_t table[256];
     EXPECT_EQ(xp_gen_rconv62_map(table, std::string(digits.rbegin(), digits.rend()).c_str()), 0);
     EXPECT_EQ(xp_reverse_convert_ex("yz", 62, table), 62u);
-    EXPECT_EQ(xp_reverse_convert_ex("1f", 16, table), 31u) << "radix 16 has digits of its own";
+    EXPECT_EQ(xp_reverse_convert_ex("1f", XP_CONVERT_PAD(' ') | 16, table), 31u) << "radix 16 has digits of its own";
     EXPECT_EQ(xp_gen_rconv62_map(table, "\xE9z"), -1);
     EXPECT_TRUE(table[0xE9] == 0 && table[int{'z'}] == 1 && table[int{'0'}] == 255);
+    EXPECT_EQ(xp_reverse_convert("1 2", 10), 100u + 10 * 255 + 2);
+    EXPECT_EQ(xp_reverse_convert("1g2", 16), 256u - 16 * 128 + 2);
+    EXPECT_EQ(xp_reverse_convertl("!", 16), UINT64_MAX - 127);
 }

@@ -1,10 +1,10 @@
 #include "vorncore/base/strutil.h"
 
+#include <ctype.h>
 #include <limits.h>
 #include <stdio.h>
 
 #include "support/harness.h"
-#include "vorncore/base/chartype.h"
 
 using namespace harness;
 
@@ -34,30 +34,24 @@ TEST(StrUtil, TokenizeTakesATableForATableAndStopsAtTheCapacity) {
     EXPECT_EQ(xp_tokenize(nullptr, 0, nullptr, ",", 0), 0);
 }
 
-TEST(StrUtil, PrefixesAndSuffixes) {
-    const struct {
-        int (*call)(const char *, const char *, const char **);
-        const char *text, *part;
-        int offset; // of what the out pointer gets; -1: no match
-    } cases[] = {{xp_starts_with, "abc", "ab", 2},
-                 {xp_starts_with, "abc", "", 0},
-                 {xp_starts_with, "abc", "Ab", -1},
-                 {xp_starts_with, "ab", "abc", -1},
-                 {xp_case_starts_with, "aBc[", "AbC[", 4},
-                 {xp_case_starts_with, "a{", "a[", -1},
-                 {xp_ends_with, "abc", "bc", 1},
-                 {xp_ends_with, "abc", "abcd", -1},
-                 {xp_ends_with, "abc", "", 3},
-                 {xp_ends_with, "abc", "bC", -1},
-                 {xp_ends_with, "abc", "abc", 0},
-                 {xp_case_ends_with, "x.TXT", ".txt", 1},
-                 {xp_case_ends_with, "\xC9", "\xE9", -1}};
-    for (const auto &c : cases) {
-        const char *out = nullptr;
-        EXPECT_EQ(c.call(c.text, c.part, &out), c.offset >= 0) << c.text << ' ' << c.part;
-        EXPECT_EQ(out, c.offset >= 0 ? c.text + c.offset : nullptr) << c.text << ' ' << c.part;
-        EXPECT_EQ(c.call(c.text, c.part, nullptr), c.offset >= 0);
-    }
+TEST(StrUtil, PrefixesAndSuffixesAgreeWithTheCLibrary) {
+    const char abc[] = "abc"; // its shorter ends have a matching byte in front
+    const char *const texts[] = {abc, abc + 1, abc + 2, abc + 3, "a", "A[", "a{", "aB", "bC", "x\xC9", "\xE9"};
+    for (const char *text : texts)
+        for (const char *part : texts) {
+            const size_t length = strlen(part);
+            const char *const tail = strlen(text) < length ? "none" : text + strlen(text) - length;
+            const auto check = [=](auto call, bool match, const char *where) {
+                const char *out = nullptr;
+                EXPECT_TRUE(call(text, part, &out) == match && call(text, part, nullptr) == match)
+                    << text << ' ' << part;
+                EXPECT_EQ(out, match ? where : nullptr) << text << ' ' << part;
+            };
+            check(xp_starts_with, !strncmp(text, part, length), text + length);
+            check(xp_case_starts_with, !strncasecmp(text, part, length), text + length);
+            check(xp_ends_with, !strcmp(tail, part), tail);
+            check(xp_case_ends_with, !strcasecmp(tail, part), tail);
+        }
 }
 
 TEST(StrUtil, IntToStrFillsTheBufferFromItsEnd) {
@@ -77,48 +71,37 @@ TEST(StrUtil, IntToStrFillsTheBufferFromItsEnd) {
         }
     }
     char buffer[16];
-    EXPECT_STREQ(xp_int_to_str(0, nullptr, 0, 1), "0");
-    EXPECT_EQ(xp_int_to_str(0, buffer, 16, 0), xp_int_to_str(0, nullptr, 0, 1));
+    EXPECT_STREQ(xp_int_to_str(0, buffer, 16, 0), "0");
+    EXPECT_EQ(xp_int_to_str(0, buffer, 16, 0), xp_int_to_str(0, nullptr, 0, 1)) << "the library's own";
     EXPECT_EQ(xp_int_to_str(INT_MIN, buffer, 16, 0), nullptr);
 }
 
 TEST(StrUtil, UrlCoding) {
     for (int byte = 1; byte < 256; byte++) {
-        const char c = static_cast<char>(byte), source[] = {c, 'x', '\0'};
-        const bool one = xp_char_is(c, XP_CHAR_URL_SAFE) || c == ' ';
-        char expected[8];
-        snprintf(expected, sizeof expected, one ? "%cx" : "%%%02Xx", c == ' ' ? '+' : byte);
+        char expected[8], source[] = {static_cast<char>(byte), 'x', '\0'};
+        const bool one = isalnum(byte) || strchr("*-._ ", byte);
+        snprintf(expected, sizeof expected, one ? "%cx" : "%%%02Xx", byte == ' ' ? '+' : byte);
         guard_page encoded("1234567"); // exactly the room that is asked for
         EXPECT_EQ(xp_url_encode(source, encoded.data()), encoded.data());
         EXPECT_STREQ(encoded.data(), expected);
         EXPECT_STREQ(xp_url_decode(encoded.data()), source);
     }
-    const char *const cases[][2] = {{"%zz%41+", "%zzA "}, {"a%4", "a%4"},   {"%4%41", "%4A"}, {"%fF%Ff", "\xFF\xFF"},
-                                    {"%4g%g4", "%4g%g4"}, {"%2525", "%25"}, {"a%00b", "a"}};
-    for (const auto &[text, decoded] : cases) {
-        guarded_text copy(text);
-        EXPECT_EQ(xp_url_decode(copy.data()), copy.data());
-        EXPECT_STREQ(copy.data(), decoded) << text;
-    }
+    const char *const cases[][2] = {{"%zz%41+", "%zzA "},   {"a%4", "a%4"},       {"%4%41", "%4A"},
+                                    {"%fF%Ff", "\xFF\xFF"}, {"%4g%g4", "%4g%g4"}, {"a%00b", "a"}};
+    for (const auto &[text, decoded] : cases) EXPECT_STREQ(xp_url_decode(guarded_text(text).data()), decoded) << text;
 }
 
-TEST(StrUtil, CopiesAreBoundedAndTerminated) {
-    const struct {
-        int size, limit;
-        const char *copied;
-    } cases[] = {{4, -1, "abc"},    {4, 2, "ab"}, {4, 3, "abc"}, {4, 4, "abc"},
-                 {9, -1, "abcdef"}, {9, 0, ""},   {1, -1, ""}};
-    for (const auto &c : cases) {
-        std::string copy(10, '#');
-        EXPECT_EQ(xp_strncpy(copy.data(), "abcdef", c.size, c.limit), static_cast<int>(strlen(c.copied)));
-        EXPECT_STREQ(copy.c_str(), c.copied) << c.size << ' ' << c.limit;
-        EXPECT_EQ(copy[static_cast<size_t>(c.size)], '#');
-    }
-    guard_page unterminated("ab"); // not read past the limit
+TEST(StrUtil, CopiesAreThoseOfSnprintf) {
+    for (int size = -1; size < 9; size++)
+        for (int limit = -1; limit < 9; limit++) {
+            guard_page source({"abcdef", limit < 0 || limit > 6 ? 7 : static_cast<size_t>(limit)});
+            std::string copy(10, '#'), expected = copy;
+            if (size > 0) snprintf(expected.data(), static_cast<size_t>(size), "%.*s", limit, "abcdef");
+            const int length = xp_strncpy(copy.data(), source.data(), size, limit);
+            EXPECT_EQ(copy, expected) << size << ' ' << limit;
+            EXPECT_EQ(length, size > 0 ? static_cast<int>(strlen(expected.c_str())) : 0);
+        }
     char copy[] = "####";
-    EXPECT_EQ(xp_strncpy(copy, "x", 0, -1), 0);
-    EXPECT_EQ(xp_strncpy(copy + 1, unterminated.data(), 3, 2), 2);
-    EXPECT_STREQ(copy, "#ab");
-    EXPECT_EQ(xp_strcpy(copy, "xy"), 2);
+    EXPECT_EQ(xp_strcpy(copy, guarded_text("xy").data()), 2);
     EXPECT_STREQ(copy, "xy");
 }

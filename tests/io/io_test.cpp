@@ -15,13 +15,6 @@ namespace {
 
 constexpr auto sockets = channel::kind::sockets, pipes = channel::kind::pipe;
 
-/// What has arrived at an end, or the name of the code that tells why nothing has.
-std::string arrived(const channel &c, int end = 0) {
-    char bytes[4096];
-    const int got = xp_read_timeout(c[end], bytes, sizeof bytes, 0);
-    return got < 0 ? xp_ioerror_str(got) : std::string(bytes, static_cast<size_t>(got));
-}
-
 /// Notes what it sees, and leaves every byte `times` times, in place.
 struct repeater {
     xp_iofilter base = {run};
@@ -49,9 +42,11 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
     const struct {
         const char *name, *script;
         channel::kind kind;
-        char call;
-        int end; // of the channel, or a descriptor when it is larger
+        char what; // r(ead) or w(rite) of 9 bytes
+        int end;   // of the channel, or a descriptor when it is larger
         int timeout, expected;
+        call failing = call::bind; // once, by a signal
+        int sigsafe = 0;
     } cases[] = {
         {"silent", "", sockets, 'r', 0, 0, IOERROR_READTIMEOUT},
         {"peer closed", "1", sockets, 'r', 0, 0, IOERROR_EOF},
@@ -60,19 +55,27 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
         {"data with hang-up", "d1", pipes, 'r', 0, 0, 9},
         {"read of an output", "", pipes, 'r', 1, -1, IOERROR_READ},
         {"read, not open", "", pipes, 'r', not_open, 0, IOERROR_POLLERR},
+        {"read interrupted", "d", pipes, 'r', 0, 9, IOERROR_READ, call::read},
+        {"read again", "d", pipes, 'r', 0, 9, 9, call::read, 1},
+        {"wait interrupted", "d", sockets, 'r', 0, 9, IOERROR_POLL, call::poll},
+        {"wait again", "d", sockets, 'r', 0, 9, 9, call::poll, 1},
+        {"no limit, no wait", "d", sockets, 'r', 0, -1, 9, call::poll},
         {"full", "f", pipes, 'w', 1, 0, IOERROR_WRITETIMEOUT},
         {"pipe without reader", "0", pipes, 'w', 1, 0, IOERROR_WRITE},
         {"socket without reader", "0", sockets, 'w', 1, -1, IOERROR_WRITE},
         {"write, not open, no wait", "", pipes, 'w', not_open, -1, IOERROR_WRITE},
+        {"write interrupted", "", sockets, 'w', 1, 9, IOERROR_WRITE, call::send},
+        {"write again", "", sockets, 'w', 1, 9, 9, call::send, 1},
     };
     for (const auto &row : cases) {
         signal(SIGPIPE, row.kind == pipes ? SIG_IGN : SIG_DFL); // a lost peer of a socket must not raise it
         channel c(row.kind);
-        c.play(row.script);
+        const int fd = row.end < 2 ? c.play(row.script)[row.end] : row.end;
         char bytes[9] = "abcdefgh";
-        const int fd = row.end < 2 ? c[row.end] : row.end;
+        const setting tuned(xp_io_sigsafe, row.sigsafe);
+        const fault_io fault(row.failing, 1, EINTR);
         const auto run = [&](auto call) { return call(fd, bytes, 9, row.timeout); };
-        EXPECT_EQ(row.call == 'r' ? run(xp_read_timeout) : run(xp_write_timeout), row.expected) << row.name;
+        EXPECT_EQ(row.what == 'r' ? run(xp_read_timeout) : run(xp_write_timeout), row.expected) << row.name;
     }
     channel lost(sockets);
     EXPECT_EQ(xp_sigsafe_write(lost.play("0")[1], "a", 1) + xp_fdprintf(lost[1], 0, "a"), -2);
@@ -81,29 +84,10 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(Io, InterruptionsFailUnlessSigsafe) {
-    channel c(sockets);
-    char byte = 'a';
-    for (const bool write : {true, false})
-        for (const bool sigsafe : {true, false}) {
-            const setting tuned(xp_io_sigsafe, sigsafe);
-            const auto moved = [&](call failing, int nth, int error, int timeout) {
-                c.with("a");
-                const fault_io fault(failing, nth, error);
-                return write ? xp_write_timeout(c[1], &byte, 1, timeout) : xp_read_timeout(c[0], &byte, 1, timeout);
-            };
-            EXPECT_EQ(moved(call::poll, 1, EINTR, 1000), sigsafe ? 1 : IOERROR_POLL);
-            EXPECT_EQ(moved(write ? call::send : call::read, 1, EINTR, 1000), sigsafe ? 1
-                                                                              : write ? IOERROR_WRITE
-                                                                                      : IOERROR_READ);
-            EXPECT_EQ(moved(call::poll, 0, EBADF, -1), 1) << "without a limit there is no wait";
-        }
-}
-
 TEST(Io, LoopsMoveEverything) {
     channel c(sockets);
-    const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ";
     std::string got(64, '\0');
+    const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ";
     {
         const fault_io one_byte_each(call::send, 0, 0);
         EXPECT_EQ(xp_write_all(c[1], sent.data(), 64, 1000), 64);
@@ -118,7 +102,7 @@ TEST(Io, LoopsMoveEverything) {
 TEST(Io, TransferWithAnyBufferSize) {
     std::string bytes, got(20'001, '\0');
     for (int i = 0; bytes.size() < 20'000; i++) bytes += static_cast<char>(i / 251 + i % 251);
-    const int sizes_and_reads[][2] = {{INT_MIN, 4}, {0, 4}, {1, 20'001}, {6'000, 5}, {INT_MAX, 2}}; // with the end's
+    const int sizes_and_reads[][2] = {{0, 4}, {1, 20'001}, {6'000, 5}, {INT_MAX, 2}}; // with the end's
     for (const auto &[size, reads] : sizes_and_reads) {
         const setting tuned(xp_io_buffer_size, size);
         const channel files(memfd_create("in", 0), memfd_create("out", 0));
@@ -138,26 +122,23 @@ TEST(Io, TransferCountsWhatTheFilterLeaves) {
     in.with("abcdefgh");
     repeater doubled{.times = 2}, dropped{.times = 0};
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 3, 0, &doubled.base), 3);
-    EXPECT_EQ(arrived(out), "aabbcc");
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 2, 0, &dropped.base), 0);
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 9, 0, nullptr), IOERROR_READTIMEOUT);
-    EXPECT_EQ(arrived(out), "fgh");
     int64_t total = 0;
     EXPECT_EQ(xp_transfer(in.with("xy")[0], out[1], &total, 0, &doubled.base), IOERROR_READTIMEOUT);
     EXPECT_EQ(total, 4);
     EXPECT_EQ(xp_transfer(in.with("z")[0], not_open, nullptr, 0, nullptr), IOERROR_POLLERR);
     EXPECT_EQ(xp_transfer(in.with("z")[0], out[1], nullptr, 0, &dropped.base), 0);
-    EXPECT_EQ(doubled.seen + dropped.seen, "3< 2< 2< 1< ");
+    EXPECT_EQ(doubled.seen + dropped.seen + out.arrived(), "3< 2< 2< 1< aabbccfghxxyy");
 }
 
 TEST(Io, RelayMovesEightBytesAtATime) {
     channel first(sockets), second(sockets);
     repeater filter;
-    first.with("a message of 20 byte");
-    second.with("hello");
+    first.with("a message of 20 byte"), second.with("hello");
     EXPECT_EQ(xp_bitransfer_ex(first[0], first[0], second[0], second[0], 0, &filter.base), IOERROR_TIMEOUT);
     EXPECT_EQ(filter.seen, "8> 5< 8> 4> ");
-    EXPECT_EQ(arrived(first, 1) + "|" + arrived(second, 1), "hello|a message of 20 byte");
+    EXPECT_EQ(first.arrived(1) + "|" + second.arrived(1), "hello|a message of 20 byte");
     EXPECT_EQ(xp_bitransfer_ex(not_open, first[0], first[0], first[0], 0, nullptr), IOERROR_POLLERR);
 }
 
@@ -180,8 +161,7 @@ TEST(Io, RelayEnds) {
     };
     for (const auto &row : cases) {
         channel in(row.kind), out(pipes), idle(pipes);
-        in.play(row.in);
-        out.play(row.out);
+        in.play(row.in), out.play(row.out);
         repeater filter;
         const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
         EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected) << row.name;
@@ -207,7 +187,7 @@ TEST(Io, FormattedOutputGoesOutInAreas) {
         EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), error ? -1 : 3);
         EXPECT_EQ(last_write.calls(), 1);
     }
-    EXPECT_EQ(arrived(c), "a");
+    EXPECT_EQ(c.arrived(), "a");
     for (const int length : {8192, 8193})
         EXPECT_EQ(xp_fdprintf(c.fill()[1], 0, "%*s", length, ""), IOERROR_WRITETIMEOUT);
 }

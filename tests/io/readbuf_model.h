@@ -4,6 +4,7 @@
 
 #include <limits.h>
 #include <stddef.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,48 +17,37 @@
 #include "vorncore/io/readbuf.h"
 #include "vorncore/io/readbuf2.h"
 
-/// The calls of a kind; it is named by its record.
-template <class Record>
+/// The calls of a kind, which is named by its record.
+template <auto Init, auto Create, auto Close, auto Destroy, auto Reset, auto Lasterrmsg, auto ToDelimiter,
+          auto ToDelimiterEx, auto ToPattern, auto All, auto Read, auto Bufdata, auto Unread, auto Istream>
 struct readbuf_calls {
-    void (*init)(Record *, int, int);
-    Record *(*create)(int, int);
-    void (*close)(Record *);
-    void (*destroy)(Record *);
-    void (*reset)(Record *, int);
-    const char *(*lasterrmsg)(Record *);
-    char *(*to_delimiter)(Record *, char **, int);
-    char *(*to_delimiter_ex)(Record *, char **, int, xp_membuf *);
-    char *(*to_pattern)(Record *, char **, const char *, int);
-    char *(*all)(Record *, int);
-    char *(*read)(Record *, int *);
-    char *(*upto)(Record *, int *, int);
-    char *(*bufdata)(Record *, int *);
-    int (*unread)(Record *, const void *, int);
-    xpi_istream *(*istream)(Record *);
+    static constexpr auto init = Init;
+    static constexpr auto create = Create;
+    static constexpr auto close = Close;
+    static constexpr auto destroy = Destroy;
+    static constexpr auto reset = Reset;
+    static constexpr auto lasterrmsg = Lasterrmsg;
+    static constexpr auto to_delimiter = ToDelimiter;
+    static constexpr auto to_delimiter_ex = ToDelimiterEx;
+    static constexpr auto to_pattern = ToPattern;
+    static constexpr auto all = All;
+    static constexpr auto read = Read;
+    static constexpr auto bufdata = Bufdata;
+    static constexpr auto unread = Unread;
+    static constexpr auto istream = Istream;
 };
 template <class Record>
-constexpr readbuf_calls<Record> calls = {};
+struct calls;
 template <>
-constexpr readbuf_calls<xprb> calls<xprb> = {
-    xp_init_readbuf, xp_create_readbuf,      xp_close_readbuf,          xp_destroy_readbuf,   xprb_reset,
-    xprb_lasterrmsg, xprb_read_to_delimiter, xprb_read_to_delimiter_ex, xprb_read_to_pattern, xprb_read_all,
-    xprb_read,       xprb_read_upto,         xprb_read_bufdata,         xprb_unread,          xprb_create_istream};
+struct calls<xprb>
+    : readbuf_calls<xp_init_readbuf, xp_create_readbuf, xp_close_readbuf, xp_destroy_readbuf, xprb_reset,
+                    xprb_lasterrmsg, xprb_read_to_delimiter, xprb_read_to_delimiter_ex, xprb_read_to_pattern,
+                    xprb_read_all, xprb_read, xprb_read_bufdata, xprb_unread, xprb_create_istream> {};
 template <>
-constexpr readbuf_calls<xprb2> calls<xprb2> = {xp_init_readbuf2,
-                                               xp_create_readbuf2,
-                                               xp_close_readbuf2,
-                                               xp_destroy_readbuf2,
-                                               xprb2_reset,
-                                               xprb2_lasterrmsg,
-                                               xprb2_read_to_delimiter,
-                                               xprb2_read_to_delimiter_ex,
-                                               xprb2_read_to_pattern,
-                                               xprb2_read_all,
-                                               xprb2_read,
-                                               nullptr,
-                                               xprb2_read_bufdata,
-                                               xprb2_unread,
-                                               xprb2_create_istream};
+struct calls<xprb2>
+    : readbuf_calls<xp_init_readbuf2, xp_create_readbuf2, xp_close_readbuf2, xp_destroy_readbuf2, xprb2_reset,
+                    xprb2_lasterrmsg, xprb2_read_to_delimiter, xprb2_read_to_delimiter_ex, xprb2_read_to_pattern,
+                    xprb2_read_all, xprb2_read, xprb2_read_bufdata, xprb2_unread, xprb2_create_istream> {};
 
 inline int scanned(const xprb &rb) { return static_cast<int>(rb.scan - rb.data); }
 inline int scanned(const xprb2 &rb) { return static_cast<int>(rb.record_position - rb.record); }
@@ -70,13 +60,13 @@ class readbuf_model {
     explicit readbuf_model(std::string_view choices) : choices_(choices), max_(choose(20)), input_(choose(20) + 1) {
         expect(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) == 0, "socketpair");
         xp_io_buffer_size = input_;
-        on.init(&rb_, ends_[0], max_);
+        on::init(&rb_, ends_[0], max_);
         xp_io_buffer_size = 8192;
         xp_init_membuf(&mb_, 1);
         rb_.timeout = 0;
     }
     ~readbuf_model() {
-        on.close(&rb_);
+        on::close(&rb_);
         xp_close_membuf(&mb_);
         for (const int end : ends_) close(end);
     }
@@ -95,7 +85,7 @@ class readbuf_model {
             case 5: search_ex('\n'); break;
             case 6: read_all(choose(max_ + 3) - 1); break;
             case 7: read(choose(24) - 2); break;
-            case 8: bufdata(); break;
+            case 8: read(21 + choose(2)); break;
             case 9: unread(choose_bytes()); break;
             }
             expect(::scanned(rb_) == scanned_, "the part of a record that is kept");
@@ -105,7 +95,7 @@ class readbuf_model {
     }
 
   private:
-    static constexpr const readbuf_calls<Record> &on = calls<Record>;
+    using on = calls<Record>;
     static constexpr bool copies = std::is_same_v<Record, xprb2>;
     static constexpr std::string_view patterns[] = {"\r\n\r\n", "\r\n", "ab", "aba"};
 
@@ -128,12 +118,12 @@ class readbuf_model {
         const auto from = static_cast<size_t>(at), length = static_cast<size_t>(count);
         expect(result && pending_.substr(from, length) == std::string_view(result, length), "the bytes");
         pending_.erase(from, length);
+        scanned_ = at;
     }
     void gives_record(const char *result, const char *end, size_t length, size_t ending) {
         gives(result, static_cast<int>(length));
         expect(end == result + length && !*end, "the end of the record");
         pending_.erase(0, ending);
-        scanned_ = 0;
     }
     int pending() const { return static_cast<int>(pending_.size()); }
     int kept() const { return copies ? scanned_ : 0; } // of pending, what reads do not give
@@ -145,22 +135,25 @@ class readbuf_model {
     }
 
     void search(std::string_view ending, int length) {
+        const Record before = rb_;
         char *end = nullptr;
         ending = ending.substr(0, static_cast<size_t>(std::max(length, 0)));
         if (length > 0) length = static_cast<int>(ending.size());
         char *record =
-            length == 1 ? on.to_delimiter(&rb_, &end, ending[0]) : on.to_pattern(&rb_, &end, ending.data(), length);
+            length == 1 ? on::to_delimiter(&rb_, &end, ending[0]) : on::to_pattern(&rb_, &end, ending.data(), length);
         if (length < 1 || length > max_) return fails(record, IOERROR_OVERFLOW);
         const auto from = static_cast<size_t>(std::max(0, scanned_ - length + 1));
         const size_t at = pending_.substr(0, static_cast<size_t>(max_)).find(ending, from);
         if (at != std::string::npos) return gives_record(record, end, at, ending.size());
         fails(record, pending() >= max_ ? IOERROR_OVERFLOW : IOERROR_READTIMEOUT);
-        if (pending() >= max_) return start_again();
+        if (pending() >= max_) return start_again(before);
         if (copies || pending() >= length) scanned_ = pending();
     }
 
-    void start_again() {
-        on.reset(&rb_, ends_[0]);
+    /// After a record that does not fit, which leaves the positions as they were.
+    void start_again(const Record &before) {
+        expect(memcmp(&rb_, &before, offsetof(Record, last_error)) == 0, "positions that stay");
+        on::reset(&rb_, ends_[0]);
         char sink[4096];
         while (recv(ends_[0], sink, sizeof sink, MSG_DONTWAIT) > 0) continue;
         pending_.clear();
@@ -169,7 +162,7 @@ class readbuf_model {
 
     void search_ex(char ending) {
         char *end = nullptr;
-        char *record = on.to_delimiter_ex(&rb_, &end, ending, &mb_);
+        char *record = on::to_delimiter_ex(&rb_, &end, ending, &mb_);
         if (max_ == 0) return fails(record, IOERROR_OVERFLOW);
         const size_t at = pending_.find(ending, static_cast<size_t>(scanned_));
         if (at != std::string::npos) return gives_record(record, end, at, 1);
@@ -181,7 +174,7 @@ class readbuf_model {
     }
 
     void read_all(int length) {
-        const char *bytes = on.all(&rb_, length);
+        const char *bytes = on::all(&rb_, length);
         if (length < 0 || length > max_) return fails(bytes, IOERROR_OVERFLOW);
         if (pending() < length) {
             if (copies) scanned_ = pending();
@@ -190,34 +183,29 @@ class readbuf_model {
         const int dropped = std::max(0, kept() - length);
         gives(bytes, length);
         pending_.erase(0, static_cast<size_t>(dropped));
-        scanned_ = 0;
     }
 
+    /// What is there, or else what one read gives, at most so many bytes; or, from 21 on, in the other ways.
     void read(int maximum) {
-        const int buffered = unscanned(rb_) + scanned_ - kept();
+        const int there = unscanned(rb_) + scanned_ - kept();
         int length = -1;
+        const char *bytes = nullptr;
+        if (maximum == 21) bytes = on::bufdata(&rb_, &length);
+        if (maximum > 21 || (copies && maximum != 21)) bytes = on::read(&rb_, &length);
+        if constexpr (!copies)
+            if (maximum < 21) bytes = xprb_read_upto(&rb_, &length, maximum);
+        if (maximum == 21 && there == 0) return expect(!bytes && length == 0, "nothing buffered");
         if (copies || maximum > 20) maximum = INT_MAX;
-        const char *bytes = maximum == INT_MAX ? on.read(&rb_, &length) : on.upto(&rb_, &length, maximum);
-        if (maximum < 0 || (!copies && max_ == 0 && buffered == 0)) return fails(bytes, IOERROR_OVERFLOW);
+        if (maximum < 0 || (!copies && max_ == 0 && there == 0)) return fails(bytes, IOERROR_OVERFLOW);
         if (pending() == kept()) return fails(bytes, length == -1 ? IOERROR_READTIMEOUT : 0);
-        expect(buffered > 0 ? length == std::min(buffered, maximum) : length > 0 || maximum == 0, "a length");
+        expect(there > 0 ? length == std::min(there, maximum) : length > 0 || maximum == 0, "a length");
         gives(bytes, length, kept());
-        scanned_ = kept();
-    }
-
-    void bufdata() {
-        const int buffered = unscanned(rb_) + scanned_ - kept();
-        int length = -1;
-        const char *bytes = on.bufdata(&rb_, &length);
-        expect(length == buffered && !bytes == !buffered, "all that is buffered");
-        if (bytes) gives(bytes, length, kept());
-        if (bytes) scanned_ = kept();
     }
 
     void unread(const std::string &bytes) {
         const int length = static_cast<int>(bytes.size());
         const bool fits = unscanned(rb_) + length <= (copies ? input_ : max_) || (copies && length == 0);
-        expect(on.unread(&rb_, bytes.data(), length) == fits, "bytes put back");
+        expect(on::unread(&rb_, bytes.data(), length) == fits, "bytes put back");
         if (!fits) return fails(nullptr, IOERROR_OVERFLOW);
         if (!copies) pending_.erase(0, static_cast<size_t>(scanned_));
         scanned_ = kept();

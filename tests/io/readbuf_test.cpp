@@ -1,46 +1,29 @@
-#include "vorncore/io/readbuf.h"
+#include "tests/io/readbuf_model.h"
 
 #include <errno.h>
-#include <string.h>
 
-#include <random>
-
+#include "support/channel.h"
 #include "support/fault.h"
 #include "support/harness.h"
-#include "tests/io/readbuf_model.h"
 
 namespace {
 
-using harness::call;
+using harness::call, harness::fault_io;
 
 /// A read buffer without patience on a socket whose other end the test plays.
 template <class Record>
-struct connection {
-    int ends[2];
-    Record rb;
-
-    explicit connection(int max_record, std::string_view sent = "") {
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        calls<Record>.init(&rb, ends[0], max_record);
+struct ReadBuffers : testing::Test, calls<Record> {
+    using on = calls<Record>;
+    ReadBuffers() { open(8); }
+    ~ReadBuffers() override { on::close(&rb); }
+    void open(int max_record) {
+        on::init(&rb, peer[0], max_record);
         rb.timeout = 0;
-        send(sent);
     }
-    ~connection() {
-        calls<Record>.close(&rb);
-        close(ends[0]);
-        close(ends[1]);
-    }
-    connection(const connection &) = delete;
-    void send(std::string_view bytes) {
-        EXPECT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    }
-    void hang_up() { shutdown(ends[1], SHUT_WR); }
-};
+    char *line() { return on::to_delimiter(&rb, nullptr, '\n'); }
 
-template <class Record>
-class ReadBuffers : public testing::Test {
-  public:
-    static constexpr const readbuf_calls<Record> &on = calls<Record>;
+    harness::channel peer{harness::channel::kind::sockets};
+    Record rb;
 };
 using Kinds = testing::Types<xprb, xprb2>;
 TYPED_TEST_SUITE(ReadBuffers, Kinds, );
@@ -51,155 +34,87 @@ TYPED_TEST(ReadBuffers, BehaveLikeAStringUnderRandomOperations) {
         std::string choices;
         for (int i = 0; i < 1500; i++) choices += static_cast<char>(random());
         readbuf_model<TypeParam> model(choices);
-        // Every third peer sends one byte at a time.
-        harness::fault_io one_byte(call::read, round % 3 == 0 ? 0 : INT_MAX, 0);
+        fault_io one_byte(call::read, round % 3 == 0 ? 0 : INT_MAX, 0); // at a time, from every third peer
         ASSERT_EQ(model.run(), "") << "round " << round;
     }
 }
 
 TYPED_TEST(ReadBuffers, FailedReadKeepsWhatHasArrivedAndSaysWhy) {
     const struct {
-        const char *sent; // null: the peer hangs up
-        call which;
+        call failing;
         int error;
-        int timeout;
-        bool closed;
-        int code;
         const char *text;
-    } cases[] = {
-        {"", call::bind, 0, 0, false, IOERROR_READTIMEOUT, "IOERROR_READTIMEOUT:errno=0<Success>"},
-        {nullptr, call::bind, 0, 0, false, IOERROR_EOF, "IOERROR_EOF:errno=0<Success>"},
-        {"cd", call::read, ECONNRESET, 0, false, IOERROR_READ, "IOERROR_READ:errno=104<Connection reset by peer>"},
-        {"cd", call::read, EINTR, -1, false, IOERROR_READ, "IOERROR_READ:errno=4<Interrupted system call>"},
-        {"cd", call::read, 4095, 0, false, IOERROR_READ, "IOERROR_READ:errno=4095<Unknown error 4095>"},
-        {"cd", call::poll, ENOMEM, 0, false, IOERROR_POLL, "IOERROR_POLL:errno=12<Cannot allocate memory>"},
-        {"cd", call::bind, 0, 0, true, IOERROR_POLLERR, "IOERROR_POLLERR:errno=0<Success>"},
-        {"cd", call::bind, 0, -1, true, IOERROR_READ, "IOERROR_READ:errno=9<Bad file descriptor>"},
-    };
+    } cases[] = {{call::read, ECONNRESET, "IOERROR_READ:errno=104<Connection reset by peer>"},
+                 {call::read, 4095, "IOERROR_READ:errno=4095<Unknown error 4095>"},
+                 {call::poll, EINTR, "IOERROR_POLL:errno=4<Interrupted system call>"}};
+    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.text);
-        connection<TypeParam> peer(8, "ab");
-        auto &rb = peer.rb;
-        EXPECT_STREQ(this->on.lasterrmsg(&rb), "NO ERROR");
-        EXPECT_EQ(this->on.to_delimiter(&rb, nullptr, '\n'), nullptr);
-        EXPECT_EQ(this->on.lasterrmsg(&rb), this->on.lasterrmsg(&rb));
-        c.sent ? peer.send(c.sent) : peer.hang_up();
+        this->peer.with("ab");
+        EXPECT_EQ(this->line(), nullptr);
+        this->peer.with("cd\n");
         {
-            harness::fault_io fault(c.which, 1, c.error);
-            rb.timeout = c.timeout;
-            if (c.closed) rb.fd = 1 << 20;
-            errno = 0;
-            EXPECT_EQ(this->on.to_delimiter(&rb, nullptr, '\n'), nullptr);
+            const fault_io fault(c.failing, 1, c.error);
+            EXPECT_EQ(this->line(), nullptr);
         }
-        EXPECT_EQ(rb.last_error, c.code);
-        EXPECT_STREQ(this->on.lasterrmsg(&rb), c.text);
-        if (!c.sent) continue;
-        rb.fd = peer.ends[0];
-        peer.send("\n");
-        EXPECT_STREQ(this->on.to_delimiter(&rb, nullptr, '\n'), (std::string("ab") + c.sent).c_str());
+        for (int time = 0; time < 2; time++) EXPECT_STREQ(this->lasterrmsg(&this->rb), c.text);
+        EXPECT_STREQ(this->line(), "abcd");
     }
+    this->reset(&this->rb, this->peer[0]);
+    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
 }
 
-TYPED_TEST(ReadBuffers, RecordThatDoesNotFitLeavesThePositionsAsTheyWere) {
-    const struct {
-        const char *sent;
-        std::string ending;
-        const char *record; // null: it does not fit
-    } cases[] = {
-        {"abc\n", "\n", "abc"}, {"abcd\n", "\n", nullptr}, {"abcdefghijk\n", "\n", nullptr},
-        {"a|-|", "|-|", "a"},   {"ab|-|", "|-|", nullptr}, {"|-||-|", "|-|", ""},
-    };
+TYPED_TEST(ReadBuffers, MemoryBufferMayRefuseARecord) {
     xp_membuf mb;
     xp_init_membuf(&mb, 1);
-    xpmb_set_maxlength(&mb, 3);
-    for (const auto &c : cases)
-        for (const bool gathering : {false, true}) {
-            SCOPED_TRACE(c.sent);
-            connection<TypeParam> peer(4, c.sent);
-            auto &rb = peer.rb;
-            const auto before = rb;
-            const int length = static_cast<int>(c.ending.size());
-            EXPECT_STREQ(gathering && length == 1 ? this->on.to_delimiter_ex(&rb, nullptr, '\n', &mb)
-                                                  : this->on.to_pattern(&rb, nullptr, c.ending.data(), length),
-                         c.record);
-            if (c.record) continue;
-            EXPECT_EQ(rb.last_error, IOERROR_OVERFLOW);
-            rb.last_error = before.last_error;
-            rb.saved_errno = before.saved_errno;
-            EXPECT_EQ(memcmp(&rb, &before, sizeof rb), 0);
-            this->on.reset(&rb, peer.ends[0]);
-            EXPECT_STREQ(this->on.lasterrmsg(&rb), "NO ERROR");
-        }
+    xpmb_set_maxlength(&mb, 12);
+    this->peer.with("0123456789ab\n0123456789abc\n");
+    EXPECT_STREQ(this->to_delimiter_ex(&this->rb, nullptr, '\n', &mb), "0123456789ab");
+    EXPECT_EQ(this->to_delimiter_ex(&this->rb, nullptr, '\n', &mb), nullptr);
+    EXPECT_EQ(this->rb.last_error, IOERROR_OVERFLOW);
     xp_close_membuf(&mb);
 }
 
-TYPED_TEST(ReadBuffers, StreamForwardsToTheBuffer) {
-    connection<TypeParam> peer(8, "chunk");
-    xpi_istream *stream = this->on.istream(&peer.rb);
-    uint32_t length = 99;
-    const char *chunk = stream->read(stream, &length);
-    EXPECT_EQ(std::string_view(chunk, length), "chunk");
-    EXPECT_EQ(stream->read(stream, &length), nullptr);
-    EXPECT_EQ(length, 5u) << "a failure stores no length";
-    peer.hang_up();
-    EXPECT_EQ(stream->read(stream, &length), nullptr);
-    EXPECT_EQ(length, 0u) << "but for the end";
-    EXPECT_EQ(stream->lasterrcode(stream), IOERROR_EOF);
-    EXPECT_EQ(stream->lasterrmsg(stream), this->on.lasterrmsg(&peer.rb));
-    stream->destroy(stream);
-    EXPECT_EQ(this->on.unread(&peer.rb, "x", 1), 1);
-    EXPECT_EQ(this->on.unread(&peer.rb, "x", -1), 0);
-}
-
-TYPED_TEST(ReadBuffers, FailedAllocationsAreReportedOrEndTheProcess) {
-    EXPECT_EQ(this->on.create(-1, -5), nullptr);
-    harness::oom_sweep([] {
-        auto *rb = calls<TypeParam>.create(-1, 16);
-        if (!rb) return;
-        EXPECT_EQ(calls<TypeParam>.all(rb, 17), nullptr);
-        EXPECT_EQ(strncmp(calls<TypeParam>.lasterrmsg(rb), "IOERROR_OVERFLOW", 16), 0);
-        if (xpi_istream *stream = calls<TypeParam>.istream(rb)) stream->destroy(stream);
-        calls<TypeParam>.destroy(rb);
+TYPED_TEST(ReadBuffers, StreamForwardsToABufferMadeWithOrWithoutMemory) {
+    harness::oom_sweep([this] {
+        harness::channel sender(harness::channel::kind::sockets);
+        auto *made = this->create(sender.with("chunk")[0], 8);
+        if (!made) return;
+        if (xpi_istream *stream = this->istream(made)) {
+            uint32_t length = 99;
+            EXPECT_EQ(memcmp(stream->read(stream, &length), "chunk", 5), 0);
+            made->timeout = 0;
+            EXPECT_TRUE(!stream->read(stream, &length) && length == 5) << "a failure stores no length";
+            sender.drop(1);
+            EXPECT_TRUE(!stream->read(stream, &length) && length == 0) << "but for the end";
+            EXPECT_EQ(stream->lasterrcode(stream), IOERROR_EOF);
+            EXPECT_EQ(strncmp(stream->lasterrmsg(stream), "IOERROR_EOF", 11), 0);
+            stream->destroy(stream);
+        }
+        this->destroy(made);
     });
-    EXPECT_DEATH(
-        {
-            harness::fail_allocation failure(1);
-            connection<TypeParam> peer(16);
-        },
-        "vorncore: xp_init_readbuf2?: out of memory");
+    EXPECT_EQ(this->create(-1, -5), nullptr);
+    EXPECT_DEATH(this->open(-1), "vorncore: xp_init_readbuf2?: out of memory");
+    EXPECT_EQ(this->unread(&this->rb, "x", -1), 0);
 }
 
-TEST(ReadBuffer, MakesNoReadMoreThanItNeeds) {
-    connection<xprb> peer(60, std::string(100, 'x') + "a\r\n\r\nbb\n");
-    harness::fault_io reads(call::read, INT_MAX, 0);
+using ReadBuffer = ReadBuffers<xprb>;
+
+TEST_F(ReadBuffer, ReadsAsSeldomAndAsMuchAsItCan) {
+    peer.with("a\r\n\r\nbb\n4567890"); // 15 bytes of the 16 that fit
+    const fault_io reads(call::read, INT_MAX, 0);
+    char *end, *line;
     int length;
-    for (int i = 0; i < 6; i++) {
-        EXPECT_TRUE(xprb_read_upto(&peer.rb, &length, 10));
-        EXPECT_EQ(length, 10);
-        EXPECT_EQ(reads.calls(), 1);
-    }
-    EXPECT_TRUE(xprb_read_all(&peer.rb, 40));
-    EXPECT_STREQ(xprb_read_line(&peer.rb, nullptr), "a");
-    char *end, *line = xprb_read_line(&peer.rb, &end);
-    EXPECT_TRUE(line == end && !*end);
-    EXPECT_STREQ(xprb_read_line(&peer.rb, &end), "bb");
-    EXPECT_EQ(reads.calls(), 2);
-}
-
-TEST(ReadBuffer, ReadsIntoAllTheRoomThatItCanMake) {
-    connection<xprb> peer(4, "abcdefg"); // a block of 8
-    EXPECT_TRUE(xprb_read_all(&peer.rb, 4));
-    EXPECT_TRUE(xprb_read_all(&peer.rb, 2));
-    peer.send("hijklmn");
-    harness::fault_io reads(call::read, INT_MAX, 0);
-    EXPECT_EQ(memcmp(xprb_read_all(&peer.rb, 4), "ghij", 4), 0);
-    EXPECT_EQ(memcmp(xprb_read_all(&peer.rb, 4), "klmn", 4), 0);
-    EXPECT_EQ(reads.calls(), 1) << "what was left moved to the front before the read";
-    peer.send("op");
-    EXPECT_TRUE(xprb_read_all(&peer.rb, 2));
-    peer.send("opqrstuvw");
-    EXPECT_TRUE(xprb_read_all(&peer.rb, 1));
-    EXPECT_EQ(peer.rb.data_end - peer.rb.data, 7) << "an empty buffer reads a whole block";
+    EXPECT_STREQ(xprb_read_line(&rb, nullptr), "a");
+    EXPECT_TRUE((line = xprb_read_line(&rb, &end)) && line == end && !*end);
+    EXPECT_STREQ(xprb_read_line(&rb, &end), "bb");
+    EXPECT_TRUE(xprb_read_upto(&rb, &length, 2) && length == 2 && xprb_read_upto(&rb, &length, 2) && length == 2);
+    EXPECT_EQ(reads.calls(), 1);
+    peer.with("abcdefgh");
+    EXPECT_EQ(memcmp(xprb_read_all(&rb, 8), "890abcde", 8), 0);
+    EXPECT_EQ(reads.calls(), 2) << "what was left moved to the front before the read";
+    peer.with("0123456789abcdefgh");
+    EXPECT_TRUE(xprb_read_all(&rb, 3) && xprb_read_all(&rb, 1));
+    EXPECT_EQ(rb.data_end - rb.data, 15) << "an empty buffer reads a whole block";
 }
 
 } // namespace

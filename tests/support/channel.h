@@ -5,9 +5,11 @@
 
 #include <fcntl.h>
 #include <stdint.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <string>
 #include <string_view>
 
 namespace harness {
@@ -38,6 +40,14 @@ struct channel {
     channel &with(std::string_view bytes) {
         EXPECT_EQ(write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
         return *this;
+    }
+    /// What has arrived at an end and has not been read: all of it is taken.
+    std::string arrived(int end = 0) const {
+        int count = 0;
+        EXPECT_EQ(ioctl(ends[end], FIONREAD, &count), 0);
+        std::string bytes(static_cast<size_t>(count), '\0');
+        EXPECT_EQ(read(ends[end], bytes.data(), bytes.size()), count);
+        return bytes;
     }
     /// Leaves no room for another byte at end 1.
     channel &fill() {

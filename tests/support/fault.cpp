@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 using harness::call;
 
@@ -19,6 +20,7 @@ struct plan {
     bool fired = false;
 };
 thread_local plan current;
+thread_local std::optional<timeval> pinned;
 
 bool hit(call which) {
     if (!current.active || current.which != which) return false;
@@ -65,6 +67,12 @@ int __wrap_close(int fd) {
     const int result = __real_close(fd);
     return fails(call::close) ? -1 : result;
 }
+int __real_gettimeofday(timeval *, void *);
+int __wrap_gettimeofday(timeval *now, void *zone) {
+    if (!pinned) return __real_gettimeofday(now, zone);
+    *now = *pinned;
+    return 0;
+}
 }
 
 namespace harness {
@@ -73,5 +81,8 @@ fault_io::fault_io(call which, int nth, int error) { current = {true, which, nth
 fault_io::~fault_io() { current.active = false; }
 bool fault_io::fired() const { return current.fired; }
 int fault_io::calls() const { return current.calls; }
+
+pinned_clock::pinned_clock(timeval moment) { pinned = moment; }
+pinned_clock::~pinned_clock() { pinned.reset(); }
 
 } // namespace harness

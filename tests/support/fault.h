@@ -1,5 +1,7 @@
-// System calls that fail on demand.
+// System calls that fail on demand, and a clock that stands still.
 #pragma once
+
+#include <sys/time.h>
 
 namespace harness {
 
@@ -13,6 +15,13 @@ class fault_io {
     ~fault_io();
     bool fired() const;
     int calls() const; // calls of that kind so far
+};
+
+/// While it lives, this thread's gettimeofday gives one moment.
+class pinned_clock {
+  public:
+    explicit pinned_clock(timeval moment);
+    ~pinned_clock();
 };
 
 } // namespace harness

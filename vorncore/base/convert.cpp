@@ -5,15 +5,16 @@
 #include "vorncore/base/chartype.h"
 #include "vorncore/base/internal/table.h"
 
+constexpr char xp_conv62_map[63] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+
 namespace {
 
 constexpr uint32_t padded = 0x80000000u;
 constexpr uint8_t no_digit = 255;
 
 consteval uint8_t digit_value(unsigned byte) {
-    if (byte >= '0' && byte <= '9') return static_cast<uint8_t>(byte - '0');
-    if (byte >= 'A' && byte <= 'Z') return static_cast<uint8_t>(byte - 'A' + 10);
-    if (byte >= 'a' && byte <= 'z') return static_cast<uint8_t>(byte - 'a' + 36);
+    for (uint8_t value = 0; value < 62; value++)
+        if (xp_conv62_map[value] == static_cast<char>(byte)) return value;
     return no_digit;
 }
 
@@ -53,7 +54,6 @@ Value reverse_convert(const char *text, uint32_t flags, const uint8_t *table) {
 
 } // namespace
 
-const char xp_conv62_map[63] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 const uint8_t xp_rconv62_map[256] = {VORNCORE_TABLE_256(digit_value)};
 
 char *xp_convert(uint32_t value, char *buffer, int size, uint32_t flags) {

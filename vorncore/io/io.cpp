@@ -11,7 +11,7 @@
 using namespace vorncore;
 
 int32_t xp_io_sigsafe = 0;
-int32_t xp_io_buffer_size = 8192;
+int32_t xp_io_buffer_size = usual_buffer_size;
 
 namespace {
 

@@ -9,8 +9,6 @@ using namespace vorncore;
 
 namespace {
 
-constexpr size_t message_size = 256;
-
 size_t block_size(int max_record) { return saturating_product(bytes_of<char>(max_record), 2); }
 
 bool init(xprb *rb, int descriptor, int max_record) {
@@ -190,6 +188,6 @@ int xprb_unread(xprb *rb, const void *data, int length) {
     return 1;
 }
 
-const char *xprb_lasterrmsg(xprb *rb) { return failure_text(rb, message_size); }
+const char *xprb_lasterrmsg(xprb *rb) { return failure_text(rb, readbuf_message_size); }
 
 xpi_istream *xprb_create_istream(xprb *rb) { return create_istream<xprb_lasterrmsg, xprb_read>(rb); }

@@ -1,6 +1,7 @@
 #include "vorncore/io/readbuf2.h"
 
 #include "vorncore/io/internal/readbuf.h"
+#include "vorncore/io/internal/syscall.h"
 
 using namespace vorncore;
 
@@ -8,9 +9,6 @@ using namespace vorncore;
 // copied. A read waits until the input is used up and then fills its area from the start, so nothing is ever moved.
 
 namespace {
-
-constexpr size_t message_size = 256;
-constexpr int usual_input = 8192;
 
 size_t block_size(int input_size, int max_record) {
     return saturating_sum(bytes_of<char>(max_record), bytes_of<char>(input_size));
@@ -20,7 +18,7 @@ bool init(xprb2 *rb, int descriptor, int max_record) {
     *rb = {};
     rb->timeout = -1;
     rb->max_record = max_record;
-    rb->input_size = xp_io_buffer_size < 1 ? usual_input : xp_io_buffer_size;
+    rb->input_size = buffer_size();
     rb->record = max_record < 0 ? nullptr : try_array<char>(block_size(rb->input_size, max_record));
     if (!rb->record) return false;
     rb->input = rb->record + max_record;
@@ -170,6 +168,6 @@ int xprb2_unread(xprb2 *rb, const void *data, int length) {
     return push_back(rb, rb->input, rb->input_size, rb->input_position, rb->input_end, data, length);
 }
 
-const char *xprb2_lasterrmsg(xprb2 *rb) { return failure_text(rb, message_size); }
+const char *xprb2_lasterrmsg(xprb2 *rb) { return failure_text(rb, readbuf_message_size); }
 
 xpi_istream *xprb2_create_istream(xprb2 *rb) { return create_istream<xprb2_lasterrmsg, xprb2_read>(rb); }

@@ -104,8 +104,8 @@ void xprwl_write_unlock(xp_rwlock *lock, int slot) {
     }
     active--;
     const bool writers = lock->waiting_writers[slot];
-    if (writers) pthread_cond_broadcast(&lock->writers);
     if (lock->waiting_readers[slot] && !(writers && lock->mode == XP_RWLOCK_WRITER_FIRST))
         pthread_cond_broadcast(&lock->readers);
+    if (writers) pthread_cond_broadcast(&lock->writers);
     pthread_mutex_unlock(&lock->mutex);
 }

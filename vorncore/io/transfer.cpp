@@ -10,10 +10,10 @@ using namespace vorncore;
 
 namespace {
 
-constexpr int usual_buffer = 8192, largest_buffer = 1 << 20;
+constexpr int largest_copy_buffer = 1 << 20; // it lies on the stack
 constexpr int relay_read = 8; // kept: callers depend on the relay's pieces, it does not follow xp_io_buffer_size
 
-int buffer_size() { return xp_io_buffer_size < 1 ? usual_buffer : std::min<int>(xp_io_buffer_size, largest_buffer); }
+int copy_buffer_size() { return std::min(buffer_size(), largest_copy_buffer); }
 
 /// The bytes to write for those read; their number is left in `count`.
 char *filtered(xp_iofilter *filter, char *data, int32_t *count, int direction) {
@@ -84,7 +84,7 @@ int relay_pass(relay_way &to_second, relay_way &to_first, int timeout, xp_iofilt
 } // namespace
 
 int xp_transfer(int input, int output, int64_t *total, int timeout, xp_iofilter *filter) {
-    const int size = buffer_size();
+    const int size = copy_buffer_size();
     char *const buffer = static_cast<char *>(alloca(static_cast<size_t>(size)));
     sink to(output);
     int64_t written, sum = 0;
@@ -94,7 +94,7 @@ int xp_transfer(int input, int output, int64_t *total, int timeout, xp_iofilter 
 }
 
 int64_t xp_transfer_all(int input, int output, int64_t count, int timeout, xp_iofilter *filter) {
-    const int size = buffer_size();
+    const int size = copy_buffer_size();
     char *const buffer = static_cast<char *>(alloca(static_cast<size_t>(size)));
     sink to(output);
     for (int64_t left = count; left > 0;) {
@@ -107,7 +107,8 @@ int64_t xp_transfer_all(int input, int output, int64_t count, int timeout, xp_io
 }
 
 int xp_bitransfer_ex(int first_in, int first_out, int second_in, int second_out, int timeout, xp_iofilter *filter) {
-    const size_t size = static_cast<size_t>(std::max(buffer_size(), relay_read)); // room for filters that fill it up
+    const size_t size =
+        static_cast<size_t>(std::max(copy_buffer_size(), relay_read)); // room for filters that fill it up
     relay_way to_second{first_in, sink(second_out), 1, static_cast<char *>(alloca(size))};
     relay_way to_first{second_in, sink(first_out), 0, static_cast<char *>(alloca(size))};
     for (;;)

@@ -66,7 +66,7 @@ void xpwb_reset(xpwb *wb, int descriptor);
 /* Installs a flush notification, or none; borrows the argument. Returns the buffer. */
 xpwb *xpwb_set_flush_noti(xpwb *wb, xp_flush_noti_fn function, void *argument);
 
-/* `length` bytes, below 0 none. */
+/* `length` bytes; of a negative length none, and it is given back. */
 int xpwb_write(xpwb *wb, const void *data, int length);
 /* A text, without its NUL. */
 int xpwb_write_str(xpwb *wb, const char *text);

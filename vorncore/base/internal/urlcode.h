@@ -4,7 +4,7 @@
 #include <array>
 #include <string.h>
 
-#include "vorncore/base/chartype.h"
+#include "vorncore/base/internal/charrule.h"
 
 namespace vorncore {
 
@@ -18,14 +18,12 @@ struct url_code {
 consteval std::array<url_code, 256> make_url_codes() {
     std::array<url_code, 256> codes{};
     for (unsigned byte = 0; byte < 256; byte++) {
-        const char c = static_cast<char>(byte);
-        const bool alnum = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-        if (alnum || c == '*' || c == '-' || c == '.' || c == '_')
-            codes[byte] = {{c}, 1};
-        else if (c == ' ')
+        if (char_type_of(byte) & XP_CHAR_URL_SAFE)
+            codes[byte] = {{static_cast<char>(byte)}, 1};
+        else if (byte == ' ')
             codes[byte] = {{'+'}, 1};
         else
-            codes[byte] = {{'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]}, 3};
+            codes[byte] = {{'%', upper_digits[byte >> 4], upper_digits[byte & 15]}, 3};
     }
     return codes;
 }

@@ -43,6 +43,8 @@ struct pattern_ending {
     }
 };
 
+constexpr size_t readbuf_message_size = 256;
+
 inline char *find_byte(char *from, char byte, ptrdiff_t length) {
     return static_cast<char *>(memchr(from, byte, static_cast<size_t>(length)));
 }
@@ -137,16 +139,16 @@ Buffer *buffer_behind(void *stream) {
 /// An input stream over a read buffer, made of the buffer's own operations.
 template <auto lasterrmsg, auto read, class Buffer>
 xpi_istream *create_istream(Buffer *rb) {
-    auto *stream = static_cast<xpi_istream *>(malloc(sizeof(xpi_istream)));
-    if (!stream) return nullptr;
-    *stream = {
-        free,
-        [](void *s) { return lasterrmsg(buffer_behind<Buffer>(s)); },
-        [](void *s) { return buffer_behind<Buffer>(s)->last_error; },
-        [](void *s, uint32_t *length) { return read(buffer_behind<Buffer>(s), reinterpret_cast<int *>(length)); },
-        rb,
-    };
-    return stream;
+    return create_record<xpi_istream>([=](xpi_istream *stream) {
+        *stream = {
+            free,
+            [](void *s) { return lasterrmsg(buffer_behind<Buffer>(s)); },
+            [](void *s) { return buffer_behind<Buffer>(s)->last_error; },
+            [](void *s, uint32_t *length) { return read(buffer_behind<Buffer>(s), reinterpret_cast<int *>(length)); },
+            rb,
+        };
+        return true;
+    });
 }
 
 } // namespace vorncore

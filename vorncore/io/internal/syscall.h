@@ -25,6 +25,11 @@ auto as_configured(Call call) {
     return xp_io_sigsafe ? uninterrupted(call) : call();
 }
 
+constexpr int32_t usual_buffer_size = 8192;
+
+/// The program's choice of a buffer size, where it is one.
+inline int32_t buffer_size() { return xp_io_buffer_size < 1 ? usual_buffer_size : xp_io_buffer_size; }
+
 /// Where bytes are written. A peer that is gone must not kill the process, so a socket is written with send(); what
 /// turns out to be no socket gets write() from then on: a loop keeps its sink and pays for the question once. A length
 /// that write() refuses is refused here: send() would cut it.
