@@ -79,7 +79,7 @@ TEST_F(RpUtil, ReportsWhyAFileWasNotLoaded) {
     const auto expect_failure = [&](const std::string &file, const std::string &message) {
         xp_filedata data{name, 1};
         EXPECT_EQ(xprp_load_file(&rp, file.c_str(), &data), 0);
-        EXPECT_TRUE(!data.data && data.length == 0 && rp.count == 1);
+        EXPECT_TRUE(data.data == name && data.length == 1 && rp.count == 1);
         EXPECT_EQ(log.take(), "|RUTL|vorncore/app/rputil.cpp: " + message + '\n');
     };
     expect_failure("/absent", "stat(/absent) : 2 No such file or directory");
