@@ -89,7 +89,10 @@ TEST(Http, RequestsAreSentToTheByte) {
         {"long url", "GET /" + long_path + "#\r\n",
          [](xp_http *c, url u) { return xphttp_get(c, url_of(u, long_path).c_str(), nullptr); }},
         {"post", "POST /p#Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 3\r\n\r\na\nb",
-         [](xp_http *c, url u) { return xphttp_post_url(c, u, "a\nbc", 3); }},
+         [](xp_http *c, url u) {
+             c->method = XP_HTTP_HEAD;
+             return xphttp_post_url(c, u, "a\nbc", 3) && !c->resp_body ? 1 : 0;
+         }},
         {"empty post", "POST /f#Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 0\r\n\r\n",
          [](xp_http *c, url u) { return xphttp_post(c, url_of(u, "f").c_str(), nullptr, 0); }},
         {"proxy", "GET http://far:80/x?y HTTP/1.1\r\nHost: far\r\nConnection: close\r\nUser-Agent: t\r\n\r\n",
