@@ -1,13 +1,11 @@
 #include "vorncore/app/quillet.h"
 
-#include <random>
 #include <utility>
 
 #include "support/channel.h"
 #include "support/fault.h"
 #include "support/harness.h"
 #include "support/peer.h"
-#include "vorncore/app/internal/quilltext.h"
 
 namespace {
 
@@ -148,21 +146,6 @@ TEST(Quillet, LargeAndShortWritesArriveWhole) {
         harness::fault_io one_byte(harness::call::send, size < 10'000 ? 0 : 1, 0);
         EXPECT_EQ(xpql_put(&ql, "k", text.c_str()), 0) << size;
     }
-}
-
-TEST(Quillet, UnescapingUndoesEscaping) {
-    std::mt19937 random(1);
-    for (int i = 0; i < 2000; i++) {
-        std::string text, line(64, '\0');
-        for (size_t n = random() % 32; n > 0; n--) text += "\n\r #=n_>0ab"[random() % 11];
-        line.resize(static_cast<size_t>(vorncore::_escape(line.data(), text.c_str()) - line.data()));
-        ASSERT_EQ(line.size(), vorncore::escaped_size(text.c_str()));
-        ASSERT_EQ(line.find_first_of("\n\r ="), std::string::npos);
-        harness::guard_page page(line + '\0');
-        ASSERT_EQ(std::string(page.data(), vorncore::_unescape(page.data())), text);
-    }
-    char kept[] = "#x###0#";
-    EXPECT_EQ(std::string(kept, vorncore::_unescape(kept)), std::string("#x#\0#", 5));
 }
 
 TEST(Quillet, FailedAllocationsAreReported) {
