@@ -7,18 +7,14 @@
 #include <functional>
 
 #include "support/fault.h"
+#include "support/folder.h"
 #include "support/harness.h"
 #include "support/peer.h"
 
 namespace {
 
+using harness::replaced;
 using harness::scripted_peer;
-
-std::string replaced(std::string text, const std::string &from, const std::string &to) {
-    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-        text.replace(at, from.size(), to);
-    return text;
-}
 
 /// A client that notes what it sends. In texts "@" stands for the address of the server.
 struct test_client : xp_http {
