@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <random>
+#include <utility>
 
 #include "support/harness.h"
 
@@ -21,10 +22,6 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Sun Nov  6 08:49:37 1994", seconds - 160 * day}, // the blank counts as a digit
         {"???, 06 Nov 1994 08:49:37 GMT", seconds},
         {"Fr????, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Tuesday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Thursday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Saturday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Wednesday, 06-Nov-94 08:49:37 GMT", seconds},
         {"Sxnday, 06-Nov-94 08:49:37 GMT", -1},
         {"sunday, 06-Nov-94 08:49:37 GMT", -1},
         {"Sunday, 06-Nov-70 00:00:00 GMT", 309 * day},
@@ -32,16 +29,22 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Thu, 01 Jan 1970 00:00:00 GMT", 0},
         {"Thu, 00 Jan 1970 00:00:00 GMT", -1},
         {"Sun, 06 Nov 1994 08:49:37 UTC", -1},
-        {"Sun, 06 Nov 1994 08:49-37 GMT", -1},
         {"Sun, 0: Nov 1994 08:49:37 GMT", seconds + 4 * day}, // ":" follows "9"
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(xp_parse_http_date(c.text), c.seconds) << c.text;
-        const std::string longer = c.text + std::string("x");
-        for (size_t length = 0; length <= longer.size(); length++) {
-            harness::guard_page other(longer.substr(0, length) + '\0');
-            EXPECT_TRUE(length + 1 == longer.size() || xp_parse_http_date(other.data()) == -1) << other.data();
+        std::string text = c.text + std::string("x");
+        for (size_t length = 0; length <= text.size(); length++) {
+            harness::guard_page cut(text.substr(0, length) + '\0');
+            EXPECT_EQ(xp_parse_http_date(cut.data()), length + 1 == text.size() ? c.seconds : -1) << cut.data();
         }
+        text.pop_back();
+        // Nobody looks at the blank before the time of an asctime.
+        for (char &mark : text)
+            if (c.seconds == seconds && strchr(" :-", mark) && (&mark != &text[10] || text[3] != ' ')) {
+                const char before = std::exchange(mark, '/');
+                EXPECT_EQ(xp_parse_http_date(text.c_str()), -1) << text;
+                mark = before;
+            }
     }
 }
 
