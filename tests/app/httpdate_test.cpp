@@ -29,6 +29,7 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Thu, 01 Jan 1970 00:00:00 GMT", 0},
         {"Thu, 00 Jan 1970 00:00:00 GMT", -1},
         {"Sun, 06 Nov 1994 08:49:37 UTC", -1},
+        {"Sun, 06 NOV 1994 08:49:37 GMT", -1},
         {"Sun, 0: Nov 1994 08:49:37 GMT", seconds + 4 * day}, // ":" follows "9"
     };
     for (const auto &c : cases) {
