@@ -11,10 +11,7 @@ namespace {
 
 TEST(HttpDate, WhatIsReadAndWhatIsNot) {
     constexpr int64_t seconds = 784111777, day = 86400;
-    const struct {
-        const char *text;
-        int64_t seconds;
-    } cases[] = {
+    const std::pair<const char *, int64_t> cases[] = {
         {"Sun, 06 Nov 1994 08:49:37 GMT", seconds},
         {"Sunday, 06-Nov-94 08:49:37 GMT", seconds},
         {"Sun Nov 06 08:49:37 1994", seconds},
@@ -32,16 +29,16 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Sun, 06 NOV 1994 08:49:37 GMT", -1},
         {"Sun, 0: Nov 1994 08:49:37 GMT", seconds + 4 * day}, // ":" follows "9"
     };
-    for (const auto &c : cases) {
-        std::string text = c.text + std::string("x");
+    for (const auto &[date, expected] : cases) {
+        std::string text = date + std::string("x");
         for (size_t length = 0; length <= text.size(); length++) {
             harness::guard_page cut(text.substr(0, length) + '\0');
-            EXPECT_EQ(xp_parse_http_date(cut.data()), length + 1 == text.size() ? c.seconds : -1) << cut.data();
+            EXPECT_EQ(xp_parse_http_date(cut.data()), length + 1 == text.size() ? expected : -1) << cut.data();
         }
         text.pop_back();
         // Nobody looks at the blank before the time of an asctime.
         for (char &mark : text)
-            if (c.seconds == seconds && strchr(" :-", mark) && (&mark != &text[10] || text[3] != ' ')) {
+            if (expected == seconds && strchr(" :-", mark) && (&mark != &text[10] || text[3] != ' ')) {
                 const char before = std::exchange(mark, '/');
                 EXPECT_EQ(xp_parse_http_date(text.c_str()), -1) << text;
                 mark = before;
