@@ -13,6 +13,8 @@ using harness::replaced;
 using harness::scripted_peer;
 using url = const xp_http_url *;
 
+std::string address_of(int port) { return "127.0.0.1:" + std::to_string(port); }
+
 /// A client that notes what it sends, with a stream to choose. In texts "@" stands for the address of the server.
 struct test_client : xp_http {
     std::string sent;
@@ -35,20 +37,20 @@ struct test_client : xp_http {
     std::string body() { return resp_stream ? xpmb_tostr(&streamed) : resp_body ? xpmb_tostr(resp_body) : "(none)"; }
     std::string error() const { return errmsg ? errmsg : ""; }
 
-    /// Makes a call against a server that gives these answers, one a connection. "!REQUEST": it resets after what the
-    /// request begins with. "?": it stalls, and the client does not wait.
+    /// Makes a call against a server that gives these answers, one a connection. "!": it resets after a request. "?":
+    /// it stalls, and the client does not wait.
     int run(const std::vector<std::string> &answers, int (*call)(xp_http *, url)) {
         scripted_peer peer(scripted_peer::transport::tcp);
-        const std::string address = "127.0.0.1:" + std::to_string(peer.port());
+        const std::string address = address_of(peer.port());
         for (size_t i = 0; i < answers.size(); i++) {
             if (i > 0) peer.accept_again();
-            if (answers[i][0] == '!') {
-                peer.expect(answers[i].substr(1)).reset();
-                continue;
-            }
             rbuf->timeout = answers[i] == "?" ? 0 : -1;
-            if (rbuf->timeout) peer.send(replaced(answers[i], "@", address)).hang_up_write();
-            peer.stall();
+            if (answers[i] == "?")
+                peer.stall();
+            else if (answers[i] == "!")
+                peer.expect("GET").reset();
+            else
+                peer.send(replaced(answers[i], "@", address)).hang_up_write().stall();
         }
         peer.start();
         std::string host = "127.0.0.1", path = "p";
@@ -60,9 +62,7 @@ struct test_client : xp_http {
 };
 
 int get(xp_http *c, url u) { return xphttp_get_url(c, u, nullptr); }
-int post_much(xp_http *c, url u) { return xphttp_post_url(c, u, std::string(1 << 24, 'x').data(), 1 << 24); }
-
-std::string url_of(url u, const std::string &path) { return "127.0.0.1:" + std::to_string(u->port) + "/" + path; }
+std::string url_of(url u, const std::string &path) { return address_of(u->port) + "/" + path; }
 
 const std::string head = "HTTP/1.1 200 OK\r\n", ok = head + "Content-Length: 0\r\n\r\n";
 const std::string moved = "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nSet-Cookie: s=1\r\nLocation: ";
@@ -102,7 +102,7 @@ TEST(Http, RequestsAreSentToTheByte) {
          "--~--\r\n",
          [](xp_http *c, url u) {
              return xphttp_post_url_v(c, u, "text", "value", -1, nullptr, "ignored", "file", "a-bc", 3, "f.bin",
-                                      nullptr, "typed", "", 0, "t", "text/x", nullptr);
+                                      nullptr, "typed", "not sent", 0, "t", "text/x", nullptr);
          }},
         {"proxy", "GET http://far:80/x?y HTTP/1.1\r\nHost: far\r\nConnection: close\r\nUser-Agent: t\r\n\r\n",
          [](xp_http *c, url u) {
@@ -175,7 +175,7 @@ TEST(Http, ResponsesAreReadHoweverTheyArrive) {
         {"bad length", head + "Content-Length: 12x\r\n\r\n", "200", "", "Invalid Content-Length value  <12x>"},
         {"negative length", head + "Content-Length: -3\r\n\r\nabc", "200", ""},
         {"of repeated headers the last", head + "Content-Length: 9\r\ncontent-LENGTH: 2\r\n\r\nabc", "200", "ab"},
-        {"reset", "!GET", "", "", "xprb_read_line() fail : IOERROR_READ:errno=104<"},
+        {"reset", "!", "", "", "xprb_read_line() fail : IOERROR_READ:errno=104<"},
         {"stall", "?", "", "", "xprb_read_line() fail : IOERROR_READTIMEOUT:errno="},
         {"short", head + "Content-Length: 4611686018427387904\r\n\r\nabcd", "200", "abcd",
          "Short response : 4611686018427387904 bytes are required. 4 bytes are received"},
@@ -216,8 +216,9 @@ TEST(Http, TheMaximumLengthTakesHoldWithTheBuffer) {
     xphttp_set_response_maxlength(&client, 4);
     EXPECT_EQ(body_of("12345"), "");
     const int entries = xprp_last_index(&client.pool);
-    for (const int limit : {2, 0}) {
+    for (const int limit : {4, 2, 0}) {
         xphttp_set_response_maxlength(&client, limit);
+        ASSERT_NE(client.resp_body, nullptr);
         EXPECT_EQ(body_of("1234"), "1234") << "a lower limit, or none, leaves the buffer as it is";
         EXPECT_EQ(body_of("12345"), "");
     }
@@ -232,8 +233,12 @@ TEST(Http, TheMaximumLengthTakesHoldWithTheBuffer) {
 
 TEST(Http, FailedRequestsAreTold) {
     test_client client;
-    EXPECT_EQ(client.run({"!POST"}, post_much), 0);
-    EXPECT_EQ(client.error().find("xpwb_flush() fail : IOERROR_WRITE:errno="), 0u) << client.error();
+    const scripted_peer deaf(scripted_peer::transport::tcp); // it never accepts
+    xphttp_set_timeout(&client, 100);
+    EXPECT_EQ(xphttp_post(&client, address_of(deaf.port()).c_str(), std::string(1 << 24, 'x').data(), 1 << 24), 0);
+    EXPECT_EQ(client.error().find("xpwb_flush() fail : IOERROR_WRITETIMEOUT:errno="), 0u) << client.error();
+    EXPECT_EQ(client.wbuf->fd, -1) << "what is left of the request must not reach the next owner of the descriptor";
+    xphttp_set_timeout(&client, -1);
     client.max_redirects = 1;
     EXPECT_EQ(client.run({moved + "/relative\r\n\r\n"}, get), 0);
     EXPECT_EQ(client.error(), "Malformed URL </relative>");
@@ -258,8 +263,7 @@ TEST(Http, MemoryShortnessFailsTheRequestOnly) {
         EXPECT_STREQ(client->user_agent, "User-Agent: Mozilla/4.0 (compatible; MSIE 5.01; Windows NT 5.0)\r\n");
         scripted_peer peer(scripted_peer::transport::tcp);
         peer.send(head + "\r\nok").hang_up_write().stall().start();
-        const std::string at = "127.0.0.1:" + std::to_string(peer.port());
-        const int done = xphttp_get(client, at.c_str(), nullptr);
+        const int done = xphttp_get(client, address_of(peer.port()).c_str(), nullptr);
         EXPECT_TRUE(done == 0 || strcmp(xpmb_tostr(client->resp_body), "ok") == 0);
         xp_destroy_http(client);
     });
