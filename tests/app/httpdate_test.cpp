@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <random>
+#include <utility>
 
 #include "support/harness.h"
 
@@ -10,10 +11,7 @@ namespace {
 
 TEST(HttpDate, WhatIsReadAndWhatIsNot) {
     constexpr int64_t seconds = 784111777, day = 86400;
-    const struct {
-        const char *text;
-        int64_t seconds;
-    } cases[] = {
+    const std::pair<const char *, int64_t> cases[] = {
         {"Sun, 06 Nov 1994 08:49:37 GMT", seconds},
         {"Sunday, 06-Nov-94 08:49:37 GMT", seconds},
         {"Sun Nov 06 08:49:37 1994", seconds},
@@ -21,10 +19,6 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Sun Nov  6 08:49:37 1994", seconds - 160 * day}, // the blank counts as a digit
         {"???, 06 Nov 1994 08:49:37 GMT", seconds},
         {"Fr????, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Tuesday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Thursday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Saturday, 06-Nov-94 08:49:37 GMT", seconds},
-        {"Wednesday, 06-Nov-94 08:49:37 GMT", seconds},
         {"Sxnday, 06-Nov-94 08:49:37 GMT", -1},
         {"sunday, 06-Nov-94 08:49:37 GMT", -1},
         {"Sunday, 06-Nov-70 00:00:00 GMT", 309 * day},
@@ -32,16 +26,23 @@ TEST(HttpDate, WhatIsReadAndWhatIsNot) {
         {"Thu, 01 Jan 1970 00:00:00 GMT", 0},
         {"Thu, 00 Jan 1970 00:00:00 GMT", -1},
         {"Sun, 06 Nov 1994 08:49:37 UTC", -1},
-        {"Sun, 06 Nov 1994 08:49-37 GMT", -1},
+        {"Sun, 06 NOV 1994 08:49:37 GMT", -1},
         {"Sun, 0: Nov 1994 08:49:37 GMT", seconds + 4 * day}, // ":" follows "9"
     };
-    for (const auto &c : cases) {
-        EXPECT_EQ(xp_parse_http_date(c.text), c.seconds) << c.text;
-        const std::string longer = c.text + std::string("x");
-        for (size_t length = 0; length <= longer.size(); length++) {
-            harness::guard_page other(longer.substr(0, length) + '\0');
-            EXPECT_TRUE(length + 1 == longer.size() || xp_parse_http_date(other.data()) == -1) << other.data();
+    for (const auto &[date, expected] : cases) {
+        std::string text = date + std::string("x");
+        for (size_t length = 0; length <= text.size(); length++) {
+            harness::guard_page cut(text.substr(0, length) + '\0');
+            EXPECT_EQ(xp_parse_http_date(cut.data()), length + 1 == text.size() ? expected : -1) << cut.data();
         }
+        text.pop_back();
+        // Nobody looks at the blank before the time of an asctime.
+        for (char &mark : text)
+            if (expected == seconds && strchr(" :-", mark) && (&mark != &text[10] || text[3] != ' ')) {
+                const char before = std::exchange(mark, '/');
+                EXPECT_EQ(xp_parse_http_date(text.c_str()), -1) << text;
+                mark = before;
+            }
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <string.h>
@@ -34,27 +33,18 @@ int accept_one(int listener) { return readable(listener) ? ::accept4(listener, n
 } // namespace
 
 scripted_peer::scripted_peer(transport kind) {
-    if (kind == transport::pair) {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        client_ = ends[0];
-        server_ = ends[1];
+    if (kind == transport::tcp) {
+        listener_.emplace();
         return;
     }
-    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), length), 0);
-    EXPECT_EQ(listen(listener_, 16), 0);
-    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length), 0);
-    port_ = ntohs(address.sin_port);
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    client_ = ends[0];
+    server_ = ends[1];
 }
 
 scripted_peer::~scripted_peer() {
     join();
-    if (listener_ >= 0) close(listener_);
     if (server_ >= 0) close(server_);
 }
 
@@ -115,7 +105,7 @@ scripted_peer &scripted_peer::hang_up_write() {
 scripted_peer &scripted_peer::accept_again() {
     return then([this](int &fd) {
         close(fd);
-        fd = accept_one(listener_);
+        fd = accept_one(listener_->fd);
         return fd >= 0 ? std::string() : std::string("nobody connected again");
     });
 }
@@ -125,7 +115,7 @@ void scripted_peer::start() {
 }
 
 void scripted_peer::run() {
-    if (listener_ >= 0 && (server_ = accept_one(listener_)) < 0) {
+    if (listener_ && (server_ = accept_one(listener_->fd)) < 0) {
         failure_ = "nobody connected";
         return;
     }

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include "support/listener.h"
 
 namespace harness {
 
@@ -30,7 +33,7 @@ class scripted_peer {
     /// Starts the script. `fd()` of a pair belongs to the caller; connect to `port()` of a tcp peer.
     void start();
     int fd() const { return client_; }
-    int port() const { return port_; }
+    int port() const { return listener_->port; }
     void join();
 
   private:
@@ -40,8 +43,7 @@ class scripted_peer {
 
     int client_ = -1;
     int server_ = -1;
-    int listener_ = -1;
-    int port_ = 0;
+    std::optional<loopback_listener> listener_;
     std::vector<step> steps_;
     std::thread thread_;
     std::string failure_;

@@ -3,15 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <stdio.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
 
 #include "support/channel.h"
+#include "support/servers.h"
 #include "vorncore/io/io.h"
 #include "vorncore/io/readbuf.h"
 #include "vorncore/io/socket.h"
@@ -26,80 +21,40 @@ inline int run(const std::string &command, std::string *output) {
     return WEXITSTATUS(pclose(pipe));
 }
 
-/// A folder for files of a test, gone at its end. In commands and what they print, {} stands for it.
-class scratch {
+/// A folder for files of a test. In commands and what they print, {} stands for it.
+class scratch : public temporary_folder {
   public:
-    scratch() : path_(testing::TempDir() + "vorn." + std::to_string(getpid())) {
-        std::filesystem::create_directory(path_);
+    int run(const std::string &command, std::string *output) const {
+        return harness::run(replaced(command, "{}", path()), output);
     }
-    ~scratch() { std::filesystem::remove_all(path_); }
-    scratch(const scratch &) = delete;
-
-    void write(const std::string &name, const std::string &contents) const {
-        FILE *const file = fopen((path_ + '/' + name).c_str(), "w");
-        fwrite(contents.data(), 1, contents.size(), file);
-        fclose(file);
-    }
-    int run(const std::string &command, std::string *output) const { return harness::run(filled(command), output); }
     void expect(const std::string &command, int code, const std::string &expected) const {
         std::string output;
         EXPECT_EQ(run(command, &output), code) << command;
-        EXPECT_EQ(output, filled(expected)) << command;
+        EXPECT_EQ(output, replaced(expected, "{}", path())) << command;
     }
-
-  private:
-    std::string filled(std::string text) const {
-        for (size_t i; (i = text.find("{}")) != text.npos;) text.replace(i, 2, path_);
-        return text;
-    }
-
-    std::string path_;
 };
 
 /// A running quilletd; killed at the end unless it was ended before.
-class service {
-  public:
-    explicit service(const std::string &options = "") {
-        channel out(channel::kind::pipe);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            // what a sanitizer holds back after free() would count as the program's memory
-            const std::string command =
-                "ASAN_OPTIONS=quarantine_size_mb=1:$ASAN_OPTIONS exec " PROGRAM_DIR "/quilletd --quiet " + options;
-            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            _exit(127);
-        }
-        out.drop(1);
-        std::string line;
-        for (char c; read(out[0], &c, 1) == 1 && c != '\n';) line += c;
+struct service : program {
+    int port;
+
+    // what a sanitizer holds back after free() would count as the program's memory
+    explicit service(const std::string &options = "")
+        : program(
+              {"/bin/sh", "-c",
+               "ASAN_OPTIONS=quarantine_size_mb=1:$ASAN_OPTIONS exec " PROGRAM_DIR "/quilletd --quiet " + options}) {
+        const std::string line = output_until("\n");
         EXPECT_EQ(line.find("listening on 127.0.0.1:"), 0U) << line;
         port = atoi(line.c_str() + line.rfind(':') + 1);
     }
     ~service() {
-        if (pid_ > 0) end(SIGKILL);
+        if (pid() > 0) end(SIGKILL);
     }
-    service(const service &) = delete;
-
     /// Stops it where it is, until a SIGCONT.
-    void pause() {
-        kill(pid_, SIGSTOP);
-        EXPECT_EQ(waitpid(pid_, nullptr, WUNTRACED), pid_);
+    void pause() const {
+        kill(pid(), SIGSTOP);
+        EXPECT_EQ(waitpid(pid(), nullptr, WUNTRACED), pid());
     }
-    /// Its exit code, negative for the signal that ended it.
-    int end(int signal) {
-        int status = 0;
-        kill(pid_, signal);
-        EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-    int pid() const { return pid_; }
-
-    int port = 0;
-
-  private:
-    pid_t pid_;
 };
 
 /// A connection that sends bytes as they are and reads lines; every wait is bounded.

@@ -2,21 +2,16 @@
 // temporary folder of their own, and ended by their process id.
 #pragma once
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <string_view>
 #include <vector>
+
+#include "tests/support/folder.h"
+#include "tests/support/listener.h"
 
 namespace harness {
 
@@ -29,40 +24,6 @@ inline std::string find_program(const std::string &name) {
             return file;
     return "";
 }
-
-class temporary_folder {
-  public:
-    temporary_folder() {
-        std::string pattern = std::filesystem::temp_directory_path() / "vorncore-XXXXXX";
-        path_ = mkdtemp(pattern.data()) ? pattern : "";
-    }
-    ~temporary_folder() { std::filesystem::remove_all(path_); }
-    temporary_folder(const temporary_folder &) = delete;
-    const std::string &path() const { return path_; }
-    void write(const std::string &name, std::string_view contents) const {
-        std::ofstream(path_ + "/" + name, std::ios::binary) << contents;
-    }
-
-  private:
-    std::string path_;
-};
-
-/// A listening socket on a loopback port that the system picks; closed on exec.
-struct loopback_listener {
-    int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    int port;
-    loopback_listener() {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        const bool bound = bind(fd, reinterpret_cast<sockaddr *>(&address), length) == 0 && listen(fd, 128) == 0 &&
-                           getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0;
-        port = bound ? ntohs(address.sin_port) : 0;
-    }
-    ~loopback_listener() { close(fd); }
-    loopback_listener(const loopback_listener &) = delete;
-};
 
 /// A program that runs as long as the object lives, or as the process does.
 class program {
@@ -89,22 +50,29 @@ class program {
         output_ = ends[0];
     }
     ~program() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
+        if (pid_ > 0) end(SIGTERM);
         close(output_);
     }
     program(const program &) = delete;
 
-    /// Waits until it has written a text to its standard output; false when it ends, or takes too long.
-    bool says(std::string_view text) const {
+    /// What it writes to its standard output up to a text; it may end, or take too long, before that.
+    std::string output_until(std::string_view text) const {
         std::string seen;
         char byte;
         pollfd entry{output_, POLLIN, 0};
         while (!seen.ends_with(text) && poll(&entry, 1, 10'000) == 1 && read(output_, &byte, 1) == 1) seen += byte;
-        return seen.ends_with(text);
+        return seen;
     }
+    bool says(std::string_view text) const { return output_until(text).ends_with(text); }
+    /// Its exit code, negative for the signal that ended it.
+    int end(int signal) {
+        int status = 0;
+        kill(pid_, signal);
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    int pid() const { return pid_; }
 
   private:
     pid_t pid_ = -1;
@@ -115,16 +83,14 @@ class program {
 /// takes over a socket that listens already: nobody has to wait for it, and nobody can take its port.
 class nginx {
   public:
-    explicit nginx(std::string locations = "")
-        : address_("127.0.0.1:" + std::to_string(listener_.port)),
-          program_(arguments(std::move(locations)), listener_.fd) {}
+    explicit nginx(const std::string &locations = "")
+        : address_("127.0.0.1:" + std::to_string(listener_.port)), program_(arguments(locations), listener_.fd) {}
     int port() const { return listener_.port; }
     const std::string &address() const { return address_; }
     const temporary_folder &folder() const { return folder_; }
 
   private:
-    std::vector<std::string> arguments(std::string locations) const {
-        for (size_t at; (at = locations.find('@')) != std::string::npos;) locations.replace(at, 1, address_);
+    std::vector<std::string> arguments(const std::string &locations) const {
         std::string paths;
         for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
             paths += std::string(kind) + "_temp_path " + kind + ";\n";
@@ -132,7 +98,8 @@ class nginx {
         folder_.write("nginx.conf", "daemon off;\n" + user +
                                         "pid nginx.pid;\nerror_log error.log;\n"
                                         "events { worker_connections 256; }\nhttp {\naccess_log off;\n" +
-                                        paths + "server {\nlisten " + address_ + ";\nroot .;\n" + locations + "}\n}\n");
+                                        paths + "server {\nlisten " + address_ + ";\nroot .;\n" +
+                                        replaced(locations, "@", address_) + "}\n}\n");
         return {"/usr/bin/env", "NGINX=3;", find_program("nginx"), "-p", folder_.path(), "-c", "nginx.conf",
                 "-e",           "error.log"};
     }

@@ -3,7 +3,7 @@
  *     xp_http *client = xp_create_http("my-program/1.0");
  *     xphttp_set_timeout(client, 5000);
  *     if (xphttp_get(client, "http://127.0.0.1:8080/status", NULL))
- *         printf("%s %s\n", client->resp_code, xpmb_tostr(client->resp_body));
+ *         printf("%s %s\n", client->resp_code, client->resp_body ? xpmb_tostr(client->resp_body) : "");
  *     else
  *         fprintf(stderr, "%s\n", client->errmsg);
  *     xp_destroy_http(client);
@@ -12,7 +12,7 @@
  * It blocks until the response is there. The HTTP status is never a failure: calls return 1 when a response was
  * received and 0 otherwise, and then `errmsg` holds the reason and what had arrived of the response can be read.
  * Request headers, cookies, proxy and time-out stay from request to request; code, headers and body of a response stay
- * until the next request is sent, which may be made of them.
+ * until the next request has been sent or could not be: it may be made of them.
  *
  * The time-out covers connecting and each write. Reading has none: a server that stalls holds the call for ever, unless
  * `rbuf->timeout` (io/readbuf.h) is assigned.
@@ -55,8 +55,9 @@ typedef struct xp_http {
     xprb *rbuf;                 /* response input */
     char resp_code[4];          /* the status as text, "" when no status line was read */
     xp_hashtable *resp_headers; /* response headers, names in any case, repeated ones kept */
-    xp_membuf *resp_body;    /* response body without resp_stream, empty when there was none; null before the first */
-    const char *method;      /* may be assigned: XP_HTTP_GET (at first) or XP_HTTP_HEAD for the get calls */
+    xp_membuf *resp_body; /* response body without resp_stream; null before the first, then empty when there is none */
+    const char *method;   /* may be assigned: XP_HTTP_GET (at first) or XP_HTTP_HEAD for the get calls. Kept: while it
+                           * is XP_HTTP_HEAD no response has a body, that of a POST neither */
     uint16_t max_redirects;  /* may be assigned: 0 (at first) follows none, any other value all of them */
     uint16_t redirect_count; /* 0 or 1: set back by every request, those of a redirect included */
     int32_t absorb_cookies;  /* may be assigned: take cookies from responses also when redirects are not followed */

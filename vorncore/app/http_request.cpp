@@ -132,26 +132,27 @@ bool is_redirect(const xp_http *client) {
 
 } // namespace
 
-static void __xphttp_set_cookie_from_response(xp_http *client) {
+static int __xphttp_set_cookie_from_response(xp_http *client) {
     xp_hashiter iterator;
     void *value;
     for (int more = xpht_get_first(client->resp_headers, "Set-Cookie", &iterator, &value); more;
          more = xpht_get_next(client->resp_headers, &iterator, &value)) {
         const auto *text = static_cast<const char *>(value);
         scratch copy(strlen(text) + 1);
-        if (!copy.data()) continue;
+        if (!copy.data()) return http_out_of_memory(client);
         const cookie parsed = cut_cookie(strcpy(copy.data(), text));
         if (parsed.value)
             xphttp_add_cookie(client, parsed.name, parsed.value);
         else
             xphttp_del_cookie(client, parsed.name);
     }
+    return 1;
 }
 
 /// Follows redirects, one after the other. Kept: each request counts from 0 again, so a chain is never cut.
 static int __xphttp_redirect_if_needed(xp_http *client) {
     while (is_redirect(client) && ++client->redirect_count <= client->max_redirects) {
-        __xphttp_set_cookie_from_response(client);
+        if (!__xphttp_set_cookie_from_response(client)) return 0;
         const int done = with_parsed_url(client, xphttp_response_location(client), [=](const xp_http_url *url) {
             return exchange(client, url, {client->method});
         });
@@ -163,6 +164,5 @@ static int __xphttp_redirect_if_needed(xp_http *client) {
 int vorncore::perform(xp_http *client, const xp_http_url *url, const http_request &what) {
     if (!exchange(client, url, what)) return 0;
     if (client->max_redirects) return __xphttp_redirect_if_needed(client);
-    if (client->absorb_cookies) __xphttp_set_cookie_from_response(client);
-    return 1;
+    return !client->absorb_cookies || __xphttp_set_cookie_from_response(client);
 }

@@ -6,7 +6,6 @@
 #include <initializer_list>
 
 #include "vorncore/app/internal/errortext.h"
-#include "vorncore/app/internal/quilltext.h"
 #include "vorncore/base/internal/alloc.h"
 #include "vorncore/base/internal/scratch.h"
 #include "vorncore/io/io.h"
@@ -31,6 +30,41 @@ bool init(xp_quillet *client, const char *host, int port, int buffer_size, int t
     va_start(arguments, format);
     keep_error_text(&client->errmsg, format, arguments);
     va_end(arguments);
+}
+
+// In a request line the bytes that have a meaning there are written as "#" and a letter.
+
+namespace {
+
+/// What follows "#" in place of a byte; 0 for a byte that stands for itself.
+constexpr char letter_of(char c) {
+    switch (c) {
+    case '\n': return 'n';
+    case '\r': return 'r';
+    case ' ': return '_';
+    case '#': return '#';
+    case '=': return '>';
+    default: return '\0';
+    }
+}
+
+/// Bytes of the escaped text, without a terminator. A null text is an empty one.
+size_t escaped_size(const char *text) {
+    size_t size = 0;
+    for (; text && *text; text++) size += letter_of(*text) ? 2 : 1;
+    return size;
+}
+
+} // namespace
+
+/// Writes the escaped text to `out`, unterminated. Returns the end of what it wrote.
+static char *_escape(char *out, const char *text) {
+    for (; text && *text; text++) {
+        const char letter = letter_of(*text);
+        if (letter) *out++ = '#';
+        *out++ = letter ? letter : *text;
+    }
+    return out;
 }
 
 namespace {

@@ -71,7 +71,6 @@ FILE *xprp_fopen(xp_respool *rp, const char *path, const char *mode) {
 }
 
 int xprp_load_file(xp_respool *rp, const char *path, xp_filedata *out) {
-    *out = {nullptr, 0};
     const int mark = xprp_last_index(rp);
     const int64_t size = stated_size(path);
     if (size < 0) return 0;

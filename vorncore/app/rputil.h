@@ -23,8 +23,8 @@ typedef struct xp_filedata {
 int xprp_open(xp_respool *rp, const char *path, int flags, mode_t mode);
 FILE *xprp_fopen(xp_respool *rp, const char *path, const char *mode);
 
-/* Reads a whole regular file into a block of the pool: 1, or 0 with the pool as it was and `out` empty. Blocks for as
- * long as the file system takes.
+/* Reads a whole regular file into a block of the pool: 1, or 0 with the pool and `out` as they were. Blocks for as long
+ * as the file system takes.
  *
  * The length is the size that the file states before it is opened. A file that shrinks meanwhile, or that states more
  * than it holds as those of /sys do, fails (IOERROR_EOF); what a file grew by, or holds beyond the size it states as
