@@ -69,8 +69,8 @@ typedef struct xp_marrow {
     xp_array *rows;    /* owned; what xpmw_stmt_fetch_all gathered, null before the first */
 } xp_marrow;
 
-/* Copies `host`. Lines of the gateway may have up to buffer_size bytes, a command one byte less than twice as many, line
- * feeds included. Does not connect. */
+/* Copies `host`. Lines of the gateway may have up to buffer_size bytes, a command one byte less than twice as many,
+ * line feeds included. Does not connect. */
 void xp_init_marrow(xp_marrow *client, const char *host, int port, int buffer_size, int timeout);
 /* Null when out of memory. */
 xp_marrow *xp_create_marrow(const char *host, int port, int buffer_size, int timeout);
