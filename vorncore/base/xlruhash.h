@@ -60,7 +60,7 @@ struct xp_xlruitem {
     xp_xlruitem *previous; /* these two are guarded by the slot */
     xp_xlruitem *older;    /* by last use, as in xp_lruitem; null once it was evicted */
     xp_xlruitem *newer;    /* the same; of an evicted item the next one to free. Both are guarded by the list lock */
-    int32_t bucket;        /* its index; the padding behind it is the table's */
+    int32_t bucket;        /* its index */
     void *key;             /* key and value lie side by side: an xp_pair. Both are guarded by the slot */
     void *value;
     int32_t references; /* the table's, and those of enumerators; guarded, as `valid`, by item mutex `bucket` % 23 */
