@@ -8,23 +8,17 @@ using namespace vorncore::shared_lru;
 
 namespace {
 
-/// The key of a call, in the bucket that the caller has locked.
-sought sought_in(const xp_xlruhash *table, const void *key, uint32_t bucket) {
-    bucket &= ~write_mark;
-    if (!has_default_functions(&table->lru)) return {key, bucket};
-    sought k = vorncore::sought_in(&table->lru, key);
-    k.bucket = bucket;
-    return k;
-}
+/// The key of a call, in the bucket that the caller has locked. It was hashed when he did, and is not again for a tag.
+sought sought_at(const void *key, uint32_t bucket) { return {key, bucket & ~write_mark}; }
 
 item *find(const xp_xlruhash *table, const void *key, uint32_t bucket) {
-    return links::find(&table->lru, sought_in(table, key, bucket));
+    return links::find(&table->lru, sought_at(key, bucket));
 }
 
 /// Makes an item the one used last, unless it was evicted meanwhile.
 item *used(xp_xlruhash *table, item *found) {
     if (!found) return nullptr;
-    const list_writer list(table);
+    const list_writer alone(table);
     if (found->older) links::use(&table->lru, found);
     return found;
 }
@@ -32,7 +26,7 @@ item *used(xp_xlruhash *table, item *found) {
 /// Deletes the newest `limit` equal items; returns how many there were.
 int del(xp_xlruhash *table, const void *key, uint32_t bucket, int limit) {
     const auto del_one = [=](item *i) { return del_item(table, i, hold::none); };
-    return links::each_equal(&table->lru, sought_in(table, key, bucket), del_one, limit);
+    return links::each_equal(&table->lru, sought_at(key, bucket), del_one, limit);
 }
 
 /// The guard of a walk with a callback: the slot of a bucket, then the list.
@@ -107,7 +101,7 @@ void release_current(const xp_xlruhashenum *e, item *current) {
 
 /// 1 done, 0 refused by the mode, -1 when memory is short.
 static int __xpxlh_put(xp_xlruhash *table, const void *key, const void *value, uint32_t bucket, put_mode mode) {
-    const sought k = sought_in(table, key, bucket);
+    const sought k = sought_at(key, bucket);
     return links::put(&table->lru, k, value, mode, [&] { return add(table, k, value); });
 }
 
@@ -189,11 +183,11 @@ int xpxlh_replace(xp_xlruhash *table, const void *key, const void *value, uint32
 }
 
 void xpxlh_add(xp_xlruhash *table, const void *key, const void *value, uint32_t bucket) {
-    if (!add(table, sought_in(table, key, bucket), value)) out_of_memory("xpxlh_add", sizeof(item));
+    if (!add(table, sought_at(key, bucket), value)) out_of_memory("xpxlh_add", sizeof(item));
 }
 
 xp_pair *xpxlh_new_pair(xp_xlruhash *table, const void *key, const void *value, int *inserted, uint32_t bucket) {
-    const sought k = sought_in(table, key, bucket);
+    const sought k = sought_at(key, bucket);
     item *const found = used(table, links::find(&table->lru, k));
     item *const result = found ? found : add(table, k, value);
     if (inserted) *inserted = !found && result;
@@ -216,11 +210,11 @@ xp_pair *xpxlh_get_pair(xp_xlruhash *table, const void *key, uint32_t bucket) {
 
 int xpxlh_get_all(xp_xlruhash *table, const void *key, xp_array *values, uint32_t bucket) {
     const auto use = [=](item *i) { used(table, i); };
-    return links::all_values(&table->lru, sought_in(table, key, bucket), values, use);
+    return links::all_values(&table->lru, sought_at(key, bucket), values, use);
 }
 
 int xpxlh_get_first(xp_xlruhash *table, const void *key, xp_xlruhashiter *iterator, void **value, uint32_t bucket) {
-    return used(table, links::first(&table->lru, sought_in(table, key, bucket), iterator, value)) != nullptr;
+    return used(table, links::first(&table->lru, sought_at(key, bucket), iterator, value)) != nullptr;
 }
 
 int xpxlh_get_next(xp_xlruhash *table, xp_xlruhashiter *iterator, void **value, uint32_t) {
@@ -237,11 +231,11 @@ xp_pair *xpxlh_peek_pair(xp_xlruhash *table, const void *key, uint32_t bucket) {
 }
 
 int xpxlh_peek_all(xp_xlruhash *table, const void *key, xp_array *values, uint32_t bucket) {
-    return links::all_values(&table->lru, sought_in(table, key, bucket), values, [](item *) {});
+    return links::all_values(&table->lru, sought_at(key, bucket), values, [](item *) {});
 }
 
 int xpxlh_peek_first(xp_xlruhash *table, const void *key, xp_xlruhashiter *iterator, void **value, uint32_t bucket) {
-    return links::first(&table->lru, sought_in(table, key, bucket), iterator, value) != nullptr;
+    return links::first(&table->lru, sought_at(key, bucket), iterator, value) != nullptr;
 }
 
 int xpxlh_peek_next(xp_xlruhash *table, xp_xlruhashiter *iterator, void **value, uint32_t) {

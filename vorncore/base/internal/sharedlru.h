@@ -39,16 +39,26 @@ inline lock_row slots_of(xp_xlruhash *table) {
 /// The one lock of the list, as a row of one slot.
 inline lock_row list_of(xp_xlruhash *table) { return {&table->lru, &table->list_lock, 1, 0}; }
 
-/// These two hold a lock for as long as they live.
+/// Has the list to itself for a few steps, as a writer of the list lock. When nobody holds that, keeping its mutex
+/// comes to the same for half the price, and others queue at the mutex instead of going to sleep on a condition.
 class list_writer {
   public:
-    explicit list_writer(xp_xlruhash *table) : lock_(&table->list_lock) { xprwl_write_lock(lock_, 0); }
-    ~list_writer() { xprwl_write_unlock(lock_, 0); }
+    explicit list_writer(xp_xlruhash *table) : lock_(&table->list_lock) {
+        pthread_mutex_lock(&lock_->mutex);
+        if (!lock_->active_readers[0] && !lock_->active_writers[0]) return;
+        pthread_mutex_unlock(&lock_->mutex);
+        xprwl_write_lock(lock_, 0);
+        held_ = true;
+    }
+    ~list_writer() { held_ ? xprwl_write_unlock(lock_, 0) : (void)pthread_mutex_unlock(&lock_->mutex); }
     list_writer(const list_writer &) = delete;
 
   private:
     xp_rwlock *lock_;
+    bool held_ = false;
 };
+
+/// Holds a mutex for as long as it lives.
 class mutex_holder {
   public:
     explicit mutex_holder(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
@@ -79,13 +89,13 @@ inline bool refer(xp_xlruhash *table, item *i) {
 
 /// Takes an item off the list. `list` is how the list lock is held; hold::write is also for those who need no lock.
 inline void unlist(xp_xlruhash *table, item *i, hold list) {
-    const auto lock = list_of(table);
     if (list == hold::write) return links::usage::unlink(i);
-    lock.leave(list, 0);
-    lock.take(hold::write, 0);
-    links::usage::unlink(i);
-    lock.leave(hold::write, 0);
-    lock.take(list, 0);
+    list_of(table).leave(list, 0);
+    {
+        const list_writer alone(table);
+        links::usage::unlink(i);
+    }
+    list_of(table).take(list, 0);
 }
 
 /// Gives up a reference. With the last one the item goes: its record is freed, then its key and its value are released.
@@ -153,7 +163,7 @@ inline item *add(xp_xlruhash *table, const sought &k, const void *value) {
     if (!added) return nullptr;
     added->references = added->valid = 1;
     links::place(&table->lru, k, value, added);
-    const list_writer list(table);
+    const list_writer alone(table);
     links::link_used(&table->lru, added);
     shrink(table, counted(table, 1));
     return added;
@@ -165,7 +175,7 @@ inline void diet(xp_xlruhash *table, hold kind) {
     if (!__atomic_load_n(&table->pending, __ATOMIC_RELAXED)) return;
     item *pending;
     {
-        const list_writer list(table);
+        const list_writer alone(table);
         pending = table->pending;
         __atomic_store_n(&table->pending, nullptr, __ATOMIC_RELAXED);
     }
