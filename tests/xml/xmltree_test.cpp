@@ -1,6 +1,7 @@
 #include "vorncore/xml/xmltree.h"
 
 #include <random>
+#include <thread>
 
 #include "xml/outline.h"
 
@@ -195,18 +196,51 @@ TEST(XmlTree, ChildrenAreFoundAddedAndTakenOutInAnyOrder) {
 }
 
 TEST(XmlTree, RecordsHaveTheSizesThatWereAgreed) {
-    std::string text = "<a b='1'>";
-    for (int i = 0; i < 11; i++) text += "<c/>";
-    text += "</a>";
+    std::string text = "<a b='1'>", other = "<n>";
+    for (int i = 0; i < 10; i++) text += "<c>x</c>", other += "<?p?>";
+    text += "<d/></a>", other += "<m>x</m></n>";
     xp_xmltree tree;
     ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
     EXPECT_EQ(tree.nodes->capacity, 10);
     EXPECT_EQ(tree.root->children->initial_capacity, 10);
     EXPECT_EQ(tree.root->children->capacity, 20);
+    EXPECT_EQ(xpxn_child(tree.root, 0)->children->capacity, 10);
     EXPECT_EQ(tree.root->attributes->bucket_count, 11);
-    EXPECT_EQ(xpxn_child(tree.root, 0)->children, nullptr);
-    EXPECT_EQ(xpxn_child(tree.root, 0)->attributes, nullptr);
+    EXPECT_EQ(xpxn_child(tree.root, 10)->children, nullptr);
+    EXPECT_EQ(xpxn_child(tree.root, 10)->attributes, nullptr);
+    tree.skip_mask = XP_XML_ELEMENT;
+    xp_xmlnode *const node = xp_create_xmlnode(&tree, nullptr, other.data(), nullptr);
+    EXPECT_EQ(node->children->capacity, 10) << "what is left out takes no room";
+    xp_destroy_xmlnode(node);
     xp_close_xmltree(&tree);
+}
+
+// One document's records share their memory; each must still live as long as it is wanted, wherever that is.
+TEST(XmlTree, NodesOutliveTheirTree) {
+    std::string text = "<r>";
+    for (int i = 0; i < 3000; i++) text += "<e a='1'><f/>x</e>";
+    text += "</r>";
+    xp_xmltree tree;
+    ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
+    std::vector<xp_xmlnode *> taken;
+    for (int i = 2999; i >= 0; i -= 2) {
+        taken.push_back(xpxn_child(tree.root, i));
+        ASSERT_EQ(xpxn_detach(taken.back()), 1);
+        taken.back()->parent = nullptr;
+    }
+    const long before = harness::live_blocks();
+    std::thread other([&] { // counts off blocks of the same pieces
+        for (size_t i = 1; i < taken.size(); i++) xp_destroy_xmlnode(taken[i]);
+    });
+    xp_close_xmltree(&tree);
+    other.join();
+    EXPECT_LT(harness::live_blocks(), before / 100);
+    xp_xmlnode *const last = taken[0];
+    xpar_ensure(last->children, 100); // the array is one for every call
+    EXPECT_EQ(outline::of(last), "e{a=1}[f 'x']");
+    while (xpxn_child_count(last)) xp_destroy_xmlnode(xpxn_child(last, 0));
+    EXPECT_EQ(xpar_reset(last->children)->capacity, 10);
+    xp_destroy_xmlnode(last);
 }
 
 TEST(XmlTree, EntityReferencesAreReplacedInPlace) {

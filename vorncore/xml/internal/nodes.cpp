@@ -10,6 +10,13 @@ xp_hashtable *create_attribute_table() {
     return xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
 }
 
+static void free_children(xp_xmlnode *node) {
+    if (node->children == &parent_block::of(node)->children.array)
+        xp_close_array(node->children);
+    else
+        xp_destroy_array(node->children);
+}
+
 static void free_attributes(xp_hashtable *attributes, block_release &release) {
     each_attribute(attributes, [&](xp_xmlattr *record) {
         release(record);
@@ -31,7 +38,7 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
                 node = child;
                 continue;
             }
-            xp_destroy_array(children);
+            free_children(node);
         }
         if (node->attributes) free_attributes(node->attributes, release);
         if (node == top) break;
