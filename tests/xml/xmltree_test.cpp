@@ -1,103 +1,18 @@
 #include "vorncore/xml/xmltree.h"
 
-#include <random>
 #include <thread>
 
 #include "xml/outline.h"
 
 namespace {
 
-TEST(XmlTree, ReadsWhatItUnderstands) {
+// What is read without a mask is listed in peers_test.cpp.
+TEST(XmlTree, KindsInTheMaskAreLeftOut) {
     const struct {
         const char *text;
         const char *outline; // or the offset of the error
-        uint32_t skip_mask = 0;
+        uint32_t skip_mask;
     } cases[] = {
-        // elements
-        {"<a/>", "a"},
-        {"<a></a>", "a"},
-        {"<a ></a >", "a"},
-        {"<a />", "a"},
-        {" \t\r\n\v\f<a> </a> \n", "a"},
-        {"<a><b/><c></c><b><d/></b></a>", "a[b c b[d]]"},
-        {"<x:a-b.c_9/>", "x:a-b.c_9"},
-        {"<9/>", "9"},
-        {"<a", "@2"},
-        {"<a/", "@2"},
-        {"<a>", "@3"},
-        {"<a><b>", "@6"},
-        {"<a><b></a>", "@7"},
-        {"<a></ab>", "@4"},
-        {"<ab></a>", "@5"},
-        {"<a></a b>", "@4"},
-        {"<a></ a>", "@4"},
-        {"< a/>", "@1"},
-        {"<a/ >", "@2"},
-        {"<a!/>", "@2"},
-        {"<\xC3\xA4/>", "@1"},
-        {"<a\xC3\xA4/>", "@2"},
-        // the top level
-        {"", "@0"},
-        {"   ", "@3"},
-        {"<!--c-->", "@8"},
-        {"<a/><b/>", "@8"},
-        {"<a/><", "@5"},
-        {"<a/>x", "@4"},
-        {"<a/>x<!--c-->", "@5"},
-        {"x<a/>", "@1"},
-        {"<a/><![CDATA[x]]>", "@17"},
-        {"<!--1--><?2?><a/><?3?><!--4-->", "#1# %2% a %3% #4#"},
-        {"<!DOCTYPE a><a/>", "@1"},
-        {"<a/></a>", "@5"},
-        // texts
-        {"<a>x</a>", "a['x']"},
-        {"<a> x y \n</a>", "a['x y \n']"},
-        {"<a>x<b/> y <c/></a>", "a['x' b 'y ' c]"},
-        {"<a>x > y ]]> \"&amp;'</a>", "a['x > y ]]> \"&amp;'']"},
-        {"<a>\xC3\xA4</a>", "a['\xC3\xA4']"},
-        {"<a>x", "@3"},
-        {"<a>x<", "@5"},
-        // sections
-        {"<a><!-- - -> --></a>", "a[# - -> #]"},
-        {"<a><!----></a>", "a[##]"},
-        {"<a><!--></a>", "@7"},
-        {"<a><!-x--></a>", "@4"},
-        {"<a><![CDATA[<b>&lt;]]]></a>", "a[!<b>&lt;]!]"},
-        {"<a><![CDATA[x]></a>", "@12"},
-        {"<a><![cdata[x]]></a>", "@4"},
-        {"<a><?p <x> ? > q?></a>", "a[%p <x> ? > q%]"},
-        {"<a><?\?></a>", "a[%%]"},
-        {"<a><?p></a>", "@5"},
-        // attributes
-        {"<a b='1'/>", "a{b=1}"},
-        {"<a b='1' c=\"2\"></a>", "a{b=1 c=2}"},
-        {"<a b='1'c='2'/>", "a{b=1 c=2}"},
-        {"<a\tb\n = \r'\"' >x</a>", "a{b=\"}['x']"},
-        {"<a b=''/>", "a{b=}"},
-        {"<a b='<&lt;>'/>", "a{b=<&lt;>}"},
-        {"<a b/>", "a"},
-        {"<a b>x</a>", "a['x']"},
-        {"<a c='1' b/>", "a{c=1}"},
-        {"<a b />", "@4"},
-        {"<a b c='1'/>", "@4"},
-        {"<a b=1/>", "@5"},
-        {"<a b='1\"/>", "@6"},
-        {"<a b=", "@5"},
-        {"<a b='1' b='2'/>", "@14"},
-        {"<a b='1'x/>", "a{b=1}"},
-        {"<a b='1'=/>", "@8"},
-        {"<a ='1'/>", "@3"},
-        // the declaration
-        {"<?xml version='1.0' encoding=\"x\" ?><a/>", "xml{encoding=x version=1.0} a"},
-        {" <?xml ?><a/>", "xml{} a"},
-        {"<?xml v='1'w='2'?>\n<a/>", "xml{v=1 w=2} a"},
-        {"<?xml standalone?><a/>", "xml{} a"},
-        {"<?xml?><a/>", "@5"},
-        {"<?xml-stylesheet href='x'?><a/>", "@5"},
-        {"<?xml v='1' v='2'?><a/>", "@17"},
-        {"<?xml v='1'><a/>", "@11"},
-        {"<!--c--><?xml v='1'?><a/>", "#c# %xml v='1'% a"},
-        // masks
         {"<!--c--><a><!--c-->x<!--c--><b><!--c--></b></a>", "a['x' b]", XP_XML_COMMENT},
         {"x<a>x<b/>y<![CDATA[z]]></a>y<!--c-->", "a[b !z!] #c#", XP_XML_TEXT},
         {"<a/>x", "@4", XP_XML_TEXT},
@@ -127,7 +42,7 @@ TEST(XmlTree, ANodeIsParsedAloneAndThenHasANewParent) {
     EXPECT_EQ(xpxn_detach(node), 0);
     EXPECT_EQ(node->parent, b);
     xp_destroy_xmlnode(b);
-    EXPECT_EQ(outline::of(*tree), "a[]");
+    EXPECT_EQ(outline::of(*tree), "a");
     xpxn_add_child(tree->root, node);
     EXPECT_EQ(node->parent, b) << "the caller's to change";
     node->parent = tree->root;
@@ -148,8 +63,8 @@ TEST(XmlTree, ANodeIsParsedAloneAndThenHasANewParent) {
     xp_destroy_xmltree(tree);
 }
 
-TEST(XmlTree, ChildrenAreFoundAddedAndTakenOutInAnyOrder) {
-    char text[] = "<r>t<i n='0'/><j/><i n='1'/><i/></r>";
+TEST(XmlTree, ChildrenAreFoundAddedAndTakenOut) {
+    char text[] = "<r>t<i n='0'/><j>x</j><i n='1'/><i/></r>";
     xp_xmltree tree;
     ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
     xp_xmlnode *const top = xpxt_node(&tree);
@@ -167,31 +82,11 @@ TEST(XmlTree, ChildrenAreFoundAddedAndTakenOutInAnyOrder) {
     EXPECT_EQ(xpxn_child_count(attribute), 0);
     for (xp_xmlnode *node : {attribute, top}) EXPECT_EQ(xpxn_detach(node), 0);
 
-    // Random moves between two parents, whose arrays grow out of what the parser and the library gave them.
-    xp_xmlnode *const parents[] = {tree.root, xpxn_child(tree.root, 2)};
-    std::vector<std::string> sources(30, "<k>x</k>");
-    for (auto &source : sources) xpxn_add_child(tree.root, xp_create_xmlnode(&tree, tree.root, source.data(), nullptr));
-    std::vector<xp_xmlnode *> model[2];
-    const auto children = [](xp_xmlnode *parent) {
-        std::vector<xp_xmlnode *> all;
-        for (int i = 0; i < xpxn_child_count(parent); i++) all.push_back(xpxn_child(parent, i));
-        return all;
-    };
-    model[0] = children(tree.root);
-    std::mt19937 random(1);
-    for (int step = 0; step < 2000; step++) {
-        const size_t from = random() % 2, to = random() % 2;
-        if (model[from].empty()) continue;
-        const auto at = model[from].begin() + static_cast<ptrdiff_t>(random() % model[from].size());
-        xp_xmlnode *const node = *at;
-        if (node == parents[1]) continue;
-        ASSERT_EQ(xpxn_detach(node), 1);
-        model[from].erase(at);
-        node->parent = parents[to];
-        xpxn_add_child(parents[to], node);
-        model[to].push_back(node);
-        for (const size_t side : {0u, 1u}) ASSERT_EQ(children(parents[side]), model[side]);
-    }
+    xp_xmlnode *const parent = xpxn_child(tree.root, 2); // its array grows out of what the parser gave it
+    std::vector<std::string> sources(20, "<k/>");
+    for (auto &source : sources) xpxn_add_child(parent, xp_create_xmlnode(&tree, parent, source.data(), nullptr));
+    while (xpxn_child_count(parent) > 4) xp_destroy_xmlnode(xpxn_child(parent, xpxn_child_count(parent) / 2));
+    EXPECT_EQ(outline::of(parent), "j['x' k k k]");
     xp_close_xmltree(&tree);
 }
 
