@@ -82,6 +82,19 @@ inline std::string of(xp_xmltree &tree) {
     return (tree.declaration ? "xml" + writer::in_braces(declared) + ' ' : "") + of(xpxt_node(&tree));
 }
 
+/// A text with its tree, for as long as the test runs.
+struct document {
+    explicit document(std::string source) : text(std::move(source)) {
+        EXPECT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << text;
+    }
+    document(const document &) = delete;
+    ~document() { xp_close_xmltree(&tree); }
+    xp_xmlnode *top() { return xpxt_node(&tree); }
+    xp_xmlnode *child(int index) { return xpxn_child(tree.root, index); }
+    std::string text;
+    xp_xmltree tree;
+};
+
 /// The outline of a text's tree; "@" and the offset of the error when there is none.
 inline std::string of_text(std::string_view text, uint32_t skip_mask = 0) {
     harness::guard_page page(std::string(text) + '\0');

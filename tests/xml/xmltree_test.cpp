@@ -64,50 +64,45 @@ TEST(XmlTree, ANodeIsParsedAloneAndThenHasANewParent) {
 }
 
 TEST(XmlTree, ChildrenAreFoundAddedAndTakenOut) {
-    char text[] = "<r>t<i n='0'/><j>x</j><i n='1'/><i/></r>";
-    xp_xmltree tree;
-    ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
-    xp_xmlnode *const top = xpxt_node(&tree);
-    EXPECT_EQ(xpxn_search_element(top, "r", 0, nullptr), tree.root);
+    outline::document doc("<r>t<i n='0'/><j>x</j><i n='1'/><i/></r>");
+    xp_xmltree &tree = doc.tree;
+    EXPECT_EQ(xpxn_search_element(doc.top(), "r", 0, nullptr), tree.root);
     std::string found;
     int next = 0;
     while (xpxn_search_element(tree.root, "i", next, &next)) found += std::to_string(next) + ' ';
     EXPECT_EQ(found, "2 4 5 ");
     EXPECT_EQ(xpxn_search_element(tree.root, "t", 0, nullptr), nullptr) << "no element";
-    xp_xmlnode *const attribute =
-        xpxa_node(static_cast<xp_xmlattr *>(xpht_get(xpxn_child(tree.root, 1)->attributes, "n")));
+    xp_xmlnode *const attribute = xpxa_node(static_cast<xp_xmlattr *>(xpht_get(doc.child(1)->attributes, "n")));
     EXPECT_EQ(attribute->kind, 17u);
     EXPECT_STREQ(attribute->text, "0");
-    EXPECT_EQ(attribute->parent, xpxn_child(tree.root, 1));
+    EXPECT_EQ(attribute->parent, doc.child(1));
     EXPECT_EQ(xpxn_child_count(attribute), 0);
-    for (xp_xmlnode *node : {attribute, top}) EXPECT_EQ(xpxn_detach(node), 0);
+    for (xp_xmlnode *node : {attribute, doc.top()}) EXPECT_EQ(xpxn_detach(node), 0);
 
-    xp_xmlnode *const parent = xpxn_child(tree.root, 2); // its array grows out of what the parser gave it
+    xp_xmlnode *const parent = doc.child(2); // its array grows out of what the parser gave it
     std::vector<std::string> sources(20, "<k/>");
     for (auto &source : sources) xpxn_add_child(parent, xp_create_xmlnode(&tree, parent, source.data(), nullptr));
     while (xpxn_child_count(parent) > 4) xp_destroy_xmlnode(xpxn_child(parent, xpxn_child_count(parent) / 2));
     EXPECT_EQ(outline::of(parent), "j['x' k k k]");
-    xp_close_xmltree(&tree);
 }
 
 TEST(XmlTree, RecordsHaveTheSizesThatWereAgreed) {
     std::string text = "<a b='1'>", other = "<n>";
     for (int i = 0; i < 10; i++) text += "<c>x</c>", other += "<?p?>";
-    text += "<d/></a>", other += "<m>x</m></n>";
-    xp_xmltree tree;
-    ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
+    outline::document doc(text + "<d/></a>");
+    other += "<m>x</m></n>";
+    xp_xmltree &tree = doc.tree;
     EXPECT_EQ(tree.nodes->capacity, 10);
     EXPECT_EQ(tree.root->children->initial_capacity, 10);
     EXPECT_EQ(tree.root->children->capacity, 20);
-    EXPECT_EQ(xpxn_child(tree.root, 0)->children->capacity, 10);
+    EXPECT_EQ(doc.child(0)->children->capacity, 10);
     EXPECT_EQ(tree.root->attributes->bucket_count, 11);
-    EXPECT_EQ(xpxn_child(tree.root, 10)->children, nullptr);
-    EXPECT_EQ(xpxn_child(tree.root, 10)->attributes, nullptr);
+    EXPECT_EQ(doc.child(10)->children, nullptr);
+    EXPECT_EQ(doc.child(10)->attributes, nullptr);
     tree.skip_mask = XP_XML_ELEMENT;
     xp_xmlnode *const node = xp_create_xmlnode(&tree, nullptr, other.data(), nullptr);
     EXPECT_EQ(node->children->capacity, 10) << "what is left out takes no room";
     xp_destroy_xmlnode(node);
-    xp_close_xmltree(&tree);
 }
 
 // One document's records share their memory; each must still live as long as it is wanted, wherever that is.
@@ -158,16 +153,13 @@ TEST(XmlTree, EntityReferencesAreReplacedInPlace) {
     };
     for (const auto &c : cases) {
         const std::string quote = strchr(c.text, '\'') ? "\"" : "'", t = c.text;
-        std::string text = "<?xml v=" + quote + t + quote + "?><a v=" + quote + t + quote + ">" + t + "<!--" + t +
-                           "--><b><![CDATA[" + t + "]]></b><?" + t + "?></a>";
-        xp_xmltree tree;
-        ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << text;
-        xpxn_unescape(xpxn_child(tree.root, 2));
-        EXPECT_EQ(xpxt_unescape(&tree), 1);
+        outline::document doc("<?xml v=" + quote + t + quote + "?><a v=" + quote + t + quote + ">" + t + "<!--" + t +
+                              "--><b><![CDATA[" + t + "]]></b><?" + t + "?></a>");
+        xpxn_unescape(doc.child(2));
+        EXPECT_EQ(xpxt_unescape(&doc.tree), 1);
         const std::string r = c.replaced;
-        EXPECT_EQ(outline::of(tree),
+        EXPECT_EQ(outline::of(doc.tree),
                   "xml{v=" + r + "} a{v=" + r + "}['" + r + "' #" + t + "# b[!" + t + "!] %" + t + "%]");
-        xp_close_xmltree(&tree);
     }
 }
 
@@ -182,17 +174,13 @@ TEST(XmlTree, NothingIsLeftWhenMemoryRunsOut) {
             if (tree) xp_destroy_xmltree(tree);
         });
     }
-    char text[] = "<a>x</a>";
-    xp_xmltree tree;
-    ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
-    xp_xmlnode *const leaf = xpxn_child(tree.root, 0);
+    outline::document doc("<a>x</a>");
     EXPECT_DEATH(
         {
             harness::fail_allocation failure(1);
-            xpxn_add_child(leaf, tree.root);
+            xpxn_add_child(doc.child(0), doc.tree.root);
         },
         "vorncore: xpxn_add_child: out of memory");
-    xp_close_xmltree(&tree);
 }
 
 } // namespace
