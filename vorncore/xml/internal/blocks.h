@@ -20,6 +20,8 @@ struct block {
     uint64_t offset; // of the block in its piece
 };
 
+inline bool is_block(const void *record) { return reinterpret_cast<uintptr_t>(record) % 16 != 0; }
+
 /// The head of a piece; blocks follow.
 struct block_piece {
     uint64_t users; // blocks in use; atomic, for a node may have moved to another thread than its neighbours
@@ -85,7 +87,7 @@ class block_release {
 
     template <class Record>
     void operator()(Record *record) {
-        if (reinterpret_cast<uintptr_t>(record) % 16 == 0) return free(record);
+        if (!is_block(record)) return free(record);
         const uint64_t offset = reinterpret_cast<const block<Record> *>(record)->offset;
         auto *const piece = reinterpret_cast<block_piece *>(reinterpret_cast<char *>(record) - offset);
         if (piece != piece_) {

@@ -79,7 +79,11 @@ namespace {
 
 /// False for a name that is there already, and when memory is short.
 bool add_attribute(block_source &blocks, xp_xmlnode *owner, char *name, char *value) {
-    if (!owner->attributes && !(owner->attributes = create_attribute_table())) return false;
+    if (!owner->attributes) {
+        auto *const table = blocks.allocate<table_block>();
+        if (!table) return false;
+        owner->attributes = table->init();
+    }
     auto *const cut = blocks.allocate<attribute_block>();
     if (!cut) return false;
     xp_xmlattr *const record = &cut->record;
@@ -234,7 +238,7 @@ static bool __read_declaration(char *&at, xp_hashtable *&declaration) {
     if (strncmp(at, "<?xml", 5) != 0) return true;
     at += 5;
     if (!xp_char_is(*at, XP_CHAR_SPACE)) return false;
-    declaration = create_attribute_table();
+    declaration = xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     const auto store = [&](char *name, char *value) { return xpht_put(declaration, name, value); };
     if (!declaration || !__read_attributes(at, store)) return false;
     at = skip_space(at);
