@@ -33,6 +33,7 @@ for purpose in "${@:-build}"; do
         need nginx-light "the HTTP client is tested against it"
         need tinyproxy "the HTTP client is tested through it"
         need python3 "the HTTP client's test has a backend written in it"
+        need libexpat1-dev "the XML parser's test compares what expat reads"
         ;;
     bench)
         need libbenchmark-dev "the benchmarks are written with Google Benchmark"

@@ -2,6 +2,7 @@
 
 #include "support/harness.h"
 #include "support/items.h"
+#include "vorncore/base/internal/arrayroom.h"
 
 using namespace harness;
 
@@ -89,6 +90,24 @@ TEST(Array, BehavesLikeAVectorUnderRandomOperations) {
     }
     xp_destroy_array(array);
     EXPECT_EQ(released, model);
+}
+
+TEST(Array, GrowsOutOfARoomBehindItsRecord) {
+    alignas(16) vorncore::array_with_room<2> block;
+    xp_array *const array = block.init();
+    xpar_add(array, item_of(1));
+    xpar_add(array, item_of(2));
+    EXPECT_EQ(array->items, block.room);
+    {
+        const fail_allocation failure(1);
+        EXPECT_EQ(xpar_insert(array, 0, item_of(0)), nullptr);
+    }
+    xpar_insert(array, 0, item_of(0));
+    EXPECT_EQ(contents(*array), numbers({0, 1, 2}));
+    EXPECT_EQ(array->capacity, 4);
+    EXPECT_EQ(xpar_reset(array)->capacity, 2);
+    xp_close_array(array);
+    xp_close_array(block.init());
 }
 
 // Items are key << 16 | index, so that equal keys stay told apart. The expected figures come from an independent

@@ -1,4 +1,4 @@
-// A tree as one line of text: name{attribute=value ...}[children], 'text', !CDATA!, %instruction%, #comment#.
+// A document as one line of text: name{attribute=value ...}[children], 'text', !CDATA!, %instruction%, #comment#.
 #pragma once
 
 #include <map>
@@ -9,48 +9,91 @@
 
 namespace outline {
 
-inline std::string pairs(const xp_hashtable *table, std::string (*value)(const void *)) {
-    std::map<std::string, std::string> sorted;
+using attributes = std::map<std::string, std::string>;
+
+/// Written from first to last.
+class writer {
+  public:
+    std::string line;
+
+    void start(const std::string &name, const attributes &values) {
+        separate();
+        line += name;
+        if (!values.empty()) line += in_braces(values);
+        line += '[';
+    }
+    void end() { line.back() == '[' ? line.pop_back() : line.push_back(']'); }
+    void leaf(char quote, const std::string &text) {
+        separate();
+        line += quote + text + quote;
+    }
+
+    static std::string in_braces(const attributes &values) {
+        std::string text;
+        for (const auto &[name, value] : values) text += (text.empty() ? "" : " ") + name + '=' + value;
+        return '{' + text + '}';
+    }
+
+  private:
+    void separate() {
+        if (!line.empty() && line.back() != '[') line += ' ';
+    }
+};
+
+template <class Value>
+attributes values_of(xp_hashtable *table, Value value) {
+    attributes values;
     xp_hashenum e;
-    xp_init_hashenum(&e, const_cast<xp_hashtable *>(table));
-    while (xphe_next(&e)) sorted[static_cast<char *>(e.current->key)] = value(e.current->value);
-    std::string text;
-    for (const auto &[key, v] : sorted) text += (text.empty() ? "" : " ") + key + '=' + v;
-    return '{' + text + '}';
+    if (table)
+        for (xp_init_hashenum(&e, table); xphe_next(&e);)
+            values[static_cast<char *>(e.current->key)] = value(e.current->value);
+    return values;
 }
 
-inline std::string attribute_value(const void *record) { return static_cast<const xp_xmlattr *>(record)->value; }
-inline std::string plain_value(const void *text) { return static_cast<const char *>(text); }
-
-inline std::string of(const xp_xmlnode *node);
-
-inline std::string of_children(const xp_xmlnode *node) {
-    std::string text;
+/// Calls the writer for a node and all below it, or for all below a tree.
+template <class Writer>
+void write(Writer &to, const xp_xmlnode *node) {
+    switch (node->kind) {
+    case XP_XML_TEXT: return to.leaf('\'', node->text);
+    case XP_XML_CDATA: return to.leaf('!', node->text);
+    case XP_XML_PI: return to.leaf('%', node->text);
+    case XP_XML_COMMENT: return to.leaf('#', node->text);
+    case XP_XML_ELEMENT: {
+        const auto values = values_of(node->attributes, [](void *a) { return static_cast<xp_xmlattr *>(a)->value; });
+        EXPECT_EQ(node->attribute_count, values.size());
+        to.start(node->text, values);
+    }
+    }
     for (int i = 0; i < xpxn_child_count(node); i++) {
         EXPECT_EQ(xpxn_child(node, i)->parent, node);
-        if (i) text += ' ';
-        text += of(xpxn_child(node, i));
+        write(to, xpxn_child(node, i));
     }
-    return text;
+    if (node->kind == XP_XML_ELEMENT) to.end();
 }
 
 inline std::string of(const xp_xmlnode *node) {
-    const std::string text = node->text;
-    switch (node->kind) {
-    case XP_XML_TEXT: return '\'' + text + '\'';
-    case XP_XML_CDATA: return '!' + text + '!';
-    case XP_XML_PI: return '%' + text + '%';
-    case XP_XML_COMMENT: return '#' + text + '#';
-    default: break;
-    }
-    EXPECT_EQ(node->attribute_count, node->attributes ? static_cast<uint32_t>(node->attributes->count) : 0u);
-    return text + (node->attributes ? pairs(node->attributes, attribute_value) : "") +
-           (node->children ? '[' + of_children(node) + ']' : "");
+    writer to;
+    write(to, node);
+    return to.line;
 }
 
 inline std::string of(xp_xmltree &tree) {
-    return (tree.declaration ? "xml" + pairs(tree.declaration, plain_value) + ' ' : "") + of_children(xpxt_node(&tree));
+    const auto declared = values_of(tree.declaration, [](void *value) { return static_cast<char *>(value); });
+    return (tree.declaration ? "xml" + writer::in_braces(declared) + ' ' : "") + of(xpxt_node(&tree));
 }
+
+/// A text with its tree, for as long as the test runs.
+struct document {
+    explicit document(std::string source) : text(std::move(source)) {
+        EXPECT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << text;
+    }
+    document(const document &) = delete;
+    ~document() { xp_close_xmltree(&tree); }
+    xp_xmlnode *top() { return xpxt_node(&tree); }
+    xp_xmlnode *child(int index) { return xpxn_child(tree.root, index); }
+    std::string text;
+    xp_xmltree tree;
+};
 
 /// The outline of a text's tree; "@" and the offset of the error when there is none.
 inline std::string of_text(std::string_view text, uint32_t skip_mask = 0) {

@@ -64,9 +64,8 @@ TEST(XmlNs, ResolvesNamesOrFails) {
         {"<a xmlns:p:q='P' x:p='1'/>", "a p=1"},
     };
     for (const auto &c : cases) {
-        std::string text = c.text;
-        xp_xmltree tree;
-        ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << c.text;
+        outline::document doc(c.text);
+        xp_xmltree &tree = doc.tree;
         ASSERT_EQ(xpxt_enable_ns(&tree), c.outline != nullptr) << c.text;
         EXPECT_EQ(tree.ns_enabled, c.outline != nullptr);
         if (c.outline) {
@@ -77,30 +76,24 @@ TEST(XmlNs, ResolvesNamesOrFails) {
             xpxt_enable_ns(&tree); // in whatever state it is, nothing may break or get lost
             xpxt_unescape(&tree);
         }
-        xp_close_xmltree(&tree);
     }
 }
 
 TEST(XmlNs, CountsTheAttributesThatAreLeftAndRefusesAnEmptyTable) {
-    std::string text = "<a xmlns='U' i='1' xmlns:p='P'><b xmlns='V'/><c i='1'/></a>";
     for (const bool emptied : {false, true}) {
-        std::string copy = text;
-        xp_xmltree tree;
-        ASSERT_EQ(xp_init_xmltree(&tree, copy.data(), 0, nullptr), 1);
-        if (emptied) xp_destroy_xmlnode(xpxn_find(tree.root, "c/@i"));
-        EXPECT_EQ(xpxt_enable_ns(&tree), !emptied);
-        EXPECT_EQ(tree.root->attribute_count, 1u);
-        EXPECT_EQ(xpxn_child(tree.root, 0)->attribute_count, 0u);
-        xp_close_xmltree(&tree);
+        outline::document doc("<a xmlns='U' i='1' xmlns:p='P'><b xmlns='V'/><c i='1'/></a>");
+        if (emptied) xp_destroy_xmlnode(xpxn_find(doc.tree.root, "c/@i"));
+        EXPECT_EQ(xpxt_enable_ns(&doc.tree), !emptied);
+        EXPECT_EQ(doc.tree.root->attribute_count, 1u);
+        EXPECT_EQ(doc.child(0)->attribute_count, 0u);
     }
 }
 
 TEST(XmlNs, AttributesAreFoundByNamespaceAndLocalName) {
-    std::string text = "<a xmlns:p='P' xmlns:q='Q' xmlns:r='R' i='0' x:p:i='1' x:q:i='2' y:j='3' z:x='4'>t</a>";
-    xp_xmltree tree;
-    ASSERT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
-    EXPECT_STREQ(xpxn_attribute_ns(tree.root, nullptr, "y:j"), "3");
-    ASSERT_EQ(xpxt_enable_ns(&tree), 1);
+    outline::document doc("<a xmlns:p='P' xmlns:q='Q' xmlns:r='R' i='0' x:p:i='1' x:q:i='2' y:j='3' z:x='4'>t</a>");
+    const xp_xmlnode *const root = doc.tree.root;
+    EXPECT_STREQ(xpxn_attribute_ns(root, nullptr, "y:j"), "3");
+    ASSERT_EQ(xpxt_enable_ns(&doc.tree), 1);
     const struct {
         const char *ns, *name, *value;
     } cases[] = {
@@ -109,28 +102,24 @@ TEST(XmlNs, AttributesAreFoundByNamespaceAndLocalName) {
         {"P", "x", nullptr}, {nullptr, "y", nullptr}, {nullptr, "y:j", nullptr}, {nullptr, "xmlns", nullptr},
     };
     for (const auto &c : cases)
-        EXPECT_STREQ(xpxn_attribute_ns(tree.root, c.ns, c.name), c.value) << (c.ns ? c.ns : "-") << ' ' << c.name;
-    EXPECT_EQ(xpxn_attribute_ns(xpxn_child(tree.root, 0), "P", "i"), nullptr);
-    EXPECT_STREQ(xpxn_find(tree.root, "@j")->text, "3");
-    xp_close_xmltree(&tree);
+        EXPECT_STREQ(xpxn_attribute_ns(root, c.ns, c.name), c.value) << (c.ns ? c.ns : "-") << ' ' << c.name;
+    EXPECT_EQ(xpxn_attribute_ns(doc.child(0), "P", "i"), nullptr);
+    EXPECT_STREQ(xpxn_find(root, "@j")->text, "3");
 }
 
 TEST(XmlNs, DestroyedAttributesLeaveTheirNamesakes) {
-    char text[] = "<a xmlns:p='P' xmlns:q='Q' i='0' x:p:i='1' x:q:i='2' k='3'/>";
-    xp_xmltree tree;
-    ASSERT_EQ(xp_init_xmltree(&tree, text, 0, nullptr), 1);
-    ASSERT_EQ(xpxt_enable_ns(&tree), 1);
-    for (const char *rest :
-         {"12", "1", ""}) { // the order in which they are chained is that of their full names in the table
-        xp_destroy_xmlnode(xpxn_find(xpxt_node(&tree), "a/@i"));
+    outline::document doc("<a xmlns:p='P' xmlns:q='Q' i='0' x:p:i='1' x:q:i='2' k='3'/>");
+    ASSERT_EQ(xpxt_enable_ns(&doc.tree), 1);
+    const xp_xmlnode *const root = doc.tree.root;
+    for (const char *rest : {"12", "1", ""}) { // they are chained in the order of their full names in the table
+        xp_destroy_xmlnode(xpxn_find(doc.top(), "a/@i"));
         std::string values;
         for (const char *ns : {"P", "Q"})
-            if (const char *value = xpxn_attribute_ns(tree.root, ns, "i")) values += value;
+            if (const char *value = xpxn_attribute_ns(root, ns, "i")) values += value;
         EXPECT_EQ(values, rest);
     }
-    EXPECT_EQ(xpxn_find(tree.root, "@i"), nullptr);
-    EXPECT_EQ(tree.root->attributes->count, 1);
-    xp_close_xmltree(&tree);
+    EXPECT_EQ(xpxn_find(root, "@i"), nullptr);
+    EXPECT_EQ(root->attributes->count, 1);
 }
 
 TEST(XmlNs, NothingIsLeftWhenMemoryRunsOut) {

@@ -5,18 +5,8 @@
 
 namespace {
 
-const char document[] = "<!--top--><a id='1'>t<b><x/></b><!--c--><b id='2'><c>1</c><p:c/><c>2</c></b>"
-                        "<![CDATA[u]]><?p?><d><c/></d></a><?end?>";
-
-struct parsed {
-    explicit parsed(std::string source) : text(std::move(source)) {
-        EXPECT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1);
-    }
-    ~parsed() { xp_close_xmltree(&tree); }
-    xp_xmlnode *top() { return xpxt_node(&tree); }
-    std::string text;
-    xp_xmltree tree;
-};
+const char source[] = "<!--top--><a id='1'>t<b><x/></b><!--c--><b id='2'><c>1</c><p:c/><c>2</c></b>"
+                      "<![CDATA[u]]><?p?><d><c/></d></a><?end?>";
 
 std::string shown(const xp_xmlnode *node) {
     if (!node) return "none";
@@ -60,7 +50,7 @@ TEST(XPath, FindsTheFirstAndSelectsAll) {
         {"a/b[1]", "none", ""},
         {"a/.", "none", ""},
     };
-    parsed doc(document);
+    outline::document doc(source);
     for (const auto &c : cases) {
         xp_xpath *path = xp_create_xpath(c.path);
         EXPECT_EQ(shown(xpxp_find(path, doc.top())), c.first) << c.path;
@@ -78,13 +68,13 @@ TEST(XPath, FindsTheFirstAndSelectsAll) {
     xp_xmlnode *const attribute = xpxn_find(doc.tree.root, "@id");
     EXPECT_EQ(attribute->parent, doc.tree.root);
     for (const char *path : {"@id", "*", "text()"})
-        for (xp_xmlnode *node : {attribute, xpxn_child(doc.tree.root, 0)}) EXPECT_EQ(xpxn_find(node, path), nullptr);
-    EXPECT_EQ(shown(xpxn_find(xpxn_child(doc.tree.root, 3), "@id")), "@2") << "from the element itself";
+        for (xp_xmlnode *node : {attribute, doc.child(0)}) EXPECT_EQ(xpxn_find(node, path), nullptr);
+    EXPECT_EQ(shown(xpxn_find(doc.child(3), "@id")), "@2") << "from the element itself";
 }
 
 // The path that is written for a node leads from its ancestor to the first of those that share it.
 TEST(XPath, WrittenPathsLeadBack) {
-    parsed doc("<a><b id='7'><c>x<!--y--><?z?><![CDATA[w]]></c></b></a>");
+    outline::document doc("<a><b id='7'><c>x<!--y--><?z?><![CDATA[w]]></c></b></a>");
     xp_respool pool;
     xp_init_respool(&pool);
     const struct {
@@ -116,7 +106,7 @@ TEST(XPath, WrittenPathsLeadBack) {
 }
 
 TEST(XPath, NothingIsLeftWhenMemoryRunsOut) {
-    parsed doc(document);
+    outline::document doc(source);
     harness::oom_sweep([&] {
         if (xp_xpath *const path = xp_create_xpath("a/b/c/d/e/f/g/h/i/j/k")) {
             EXPECT_EQ(path->steps.count, 11);

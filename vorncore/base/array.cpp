@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "vorncore/base/internal/alloc.h"
+#include "vorncore/base/internal/arrayroom.h"
 #include "vorncore/base/internal/sort.h"
 #include "vorncore/base/internal/tokenizer.h"
 
@@ -23,8 +24,19 @@ void release(const xp_array *array, int index) {
     if (array->release) array->release(array->items[index]);
 }
 
+size_t bytes_between(int first, int end) { return static_cast<size_t>(end - first) * sizeof(void *); }
+
+/// The items in a vector of another size, null when memory is short and for a negative size.
+void **resized(const xp_array *array, int capacity) {
+    if (capacity < 0) return nullptr;
+    if (!is_in_room(array)) return try_resize(array->items, capacity);
+    void **const items = try_array<void *>(capacity);
+    if (items) memcpy(items, array->items, bytes_between(0, array->count));
+    return items;
+}
+
 bool resize(xp_array *array, int capacity) {
-    void **items = capacity < 0 ? nullptr : try_resize(array->items, capacity);
+    void **const items = resized(array, capacity);
     if (!items) return false;
     array->items = items;
     array->capacity = capacity;
@@ -43,8 +55,6 @@ bool make_room_for_one(xp_array *array) {
     return array->capacity > array->count || resize(array, doubled(array->capacity, array->count + 1));
 }
 
-size_t bytes_between(int first, int end) { return static_cast<size_t>(end - first) * sizeof(void *); }
-
 } // namespace
 
 static void __xpar_reverse_ex(xp_array *array, int i, int j) {
@@ -61,7 +71,7 @@ xp_array *xp_create_array(int capacity, xp_copy_fn copy, xp_release_fn release) 
 
 void xp_close_array(xp_array *array) {
     xpar_clear(array);
-    free(array->items);
+    if (!is_in_room(array)) free(array->items);
 }
 
 void xp_destroy_array(xp_array *array) { destroy_record(array, xp_close_array); }

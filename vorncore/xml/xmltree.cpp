@@ -120,6 +120,11 @@ void remove_attribute(const xp_xmlattr *gone) {
     }
 }
 
+void destroy_attribute(xp_xmlattr *attribute) {
+    remove_attribute(attribute);
+    block_release()(attribute);
+}
+
 } // namespace
 
 int xp_init_xmltree(xp_xmltree *tree, char *text, uint32_t skip_mask, int *error_offset) {
@@ -174,7 +179,7 @@ void xp_close_xmlnode(xp_xmlnode *node) {
 }
 
 void xp_destroy_xmlnode(xp_xmlnode *node) {
-    if (node->kind == XP_XML_ATTRIBUTE) remove_attribute(reinterpret_cast<xp_xmlattr *>(node));
+    if (node->kind == XP_XML_ATTRIBUTE) return destroy_attribute(reinterpret_cast<xp_xmlattr *>(node));
     xp_close_xmlnode(node);
     block_release()(node);
 }

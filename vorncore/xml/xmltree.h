@@ -51,7 +51,9 @@ enum {
 };
 
 /* An element, text, processing instruction, CDATA section or comment. Texts lie in the source. Fields may be read;
- * `parent` may be assigned, and so may the texts, which are borrowed. */
+ * `parent` may be assigned, and so may the texts, which are borrowed. What the parser made is not for free(): nodes and
+ * attributes go one by one through xp_destroy_xmlnode, wherever they were moved, and their memory is given back by
+ * pieces of up to 64 KiB when all in a piece are gone. */
 typedef struct xp_xmlnode xp_xmlnode;
 struct __attribute__((may_alias)) xp_xmlnode {
     uint32_t kind;
@@ -131,7 +133,8 @@ void xp_close_xmlnode(xp_xmlnode *node);
 void xp_destroy_xmlnode(xp_xmlnode *node);
 
 /* Takes a node out of the children of its parent, where it is looked for from the first one on: 1, and the node is the
- * caller's; 0 for an attribute, a tree, and a node that is not there. Its `parent` stays. */
+ * caller's; 0 for an attribute, a tree, and a node that is not there. Its `parent` stays: assign null when the node is
+ * to outlive that. */
 int xpxn_detach(xp_xmlnode *node);
 /* Appends a child, which the node takes. Kept for callers: its `parent` is not changed; assign it, so that the child
  * can be detached. */

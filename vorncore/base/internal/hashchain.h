@@ -105,6 +105,13 @@ Item **try_buckets(int count) {
     return static_cast<Item **>(calloc(static_cast<size_t>(count), sizeof(Item *) + sizeof(chain_summary)));
 }
 
+/// The same as part of another block, which the table then does not free.
+template <class Item, int count>
+struct bucket_room {
+    Item *heads[count];
+    chain_summary summaries[count];
+};
+
 /// For tables of one thread.
 struct no_guard {
     void take(int) {}

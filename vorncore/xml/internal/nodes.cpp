@@ -6,8 +6,11 @@ xp_array *create_children() { return xp_create_array(initial_children, nullptr, 
 
 bool append_child(xp_array *children, xp_xmlnode *child) { return xpar_insert(children, children->count, child); }
 
-xp_hashtable *create_attribute_table() {
-    return xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+static void free_children(xp_xmlnode *node) {
+    if (node->children == &parent_block::of(node)->children.array)
+        xp_close_array(node->children);
+    else
+        xp_destroy_array(node->children);
 }
 
 static void free_attributes(xp_hashtable *attributes, block_release &release) {
@@ -15,7 +18,9 @@ static void free_attributes(xp_hashtable *attributes, block_release &release) {
         release(record);
         return true;
     });
-    xp_destroy_hashtable(attributes);
+    if (!is_block(attributes)) return xp_destroy_hashtable(attributes);
+    xpht_clear(attributes);
+    release(attributes);
 }
 
 /// From the last node to the first, by their order in the arrays alone: the parent field of a node need not say where
@@ -31,7 +36,7 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
                 node = child;
                 continue;
             }
-            xp_destroy_array(children);
+            free_children(node);
         }
         if (node->attributes) free_attributes(node->attributes, release);
         if (node == top) break;

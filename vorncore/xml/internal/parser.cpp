@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <utility>
+
 #include "vorncore/base/chartype.h"
 #include "vorncore/xml/internal/nodes.h"
 
@@ -77,9 +79,14 @@ namespace {
 
 /// False for a name that is there already, and when memory is short.
 bool add_attribute(block_source &blocks, xp_xmlnode *owner, char *name, char *value) {
-    if (!owner->attributes && !(owner->attributes = create_attribute_table())) return false;
-    auto *const record = blocks.allocate<xp_xmlattr>();
-    if (!record) return false;
+    if (!owner->attributes) {
+        auto *const table = blocks.allocate<table_block>();
+        if (!table) return false;
+        owner->attributes = table->init();
+    }
+    auto *const cut = blocks.allocate<attribute_block>();
+    if (!cut) return false;
+    xp_xmlattr *const record = &cut->record;
     *record = {XP_XML_ATTRIBUTE, value, nullptr, nullptr, owner, name, nullptr};
     if (xpht_put(owner->attributes, name, record)) return true;
     block_release()(record);
@@ -148,59 +155,79 @@ outcome read_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
 
 bool is_skipped(const parse_state &state, const xp_xmlnode *node) { return node->kind & state.skip_mask; }
 
-/// Makes a node the last child of its parent. False when memory is short: the node is then freed.
-bool take_child(xp_xmlnode *child) {
-    xp_xmlnode *const parent = child->parent;
-    if (!parent->children) parent->children = create_children();
-    if (parent->children && append_child(parent->children, child)) return true;
-    free_node(child);
-    return false;
+/// Moves what was read into a block. Null when memory is short.
+template <class Block>
+xp_xmlnode *kept(parse_state &state, const xp_xmlnode &read) {
+    Block *const cut = state.blocks.allocate<Block>();
+    if (!cut) return nullptr;
+    xp_xmlnode *const node = &cut->record;
+    *node = read;
+    if (node->attributes) each_attribute(node->attributes, [=](xp_xmlattr *a) { return a->owner = node, true; });
+    return node;
 }
 
-/// Undoes that, and frees the child.
-void drop_last_child(xp_xmlnode *parent) {
-    xp_array *const children = parent->children;
-    free_node(static_cast<xp_xmlnode *>(children->items[--children->count]));
-    if (children->count) return;
-    xp_destroy_array(children);
-    parent->children = nullptr;
-}
+/// Reads the content and the end tag of an element.
+class content_reader {
+  public:
+    content_reader(parse_state &state, xp_xmlnode *top) : state_(state), top_(top), open_(top) {}
 
-/// Reads a node into the children of an open element, and goes into it when it has content. False: nothing was added.
-bool read_child(parse_state &state, xp_xmlnode *&open) {
-    auto *const node = state.blocks.allocate<xp_xmlnode>();
-    if (!node) return false;
-    const outcome read = read_node(state, node, open);
-    if (read == outcome::failed || (read == outcome::whole && is_skipped(state, node))) {
-        free_node(node);
-        return read == outcome::whole;
-    }
-    if (!take_child(node)) return false;
-    if (read == outcome::opened) open = node;
-    return true;
-}
-
-/// Reads the content and the end tag of an element. Whatever is open below it hangs there from its start tag on, so
-/// that all can be found again when the parse fails; an element that is not wanted goes at its end tag.
-bool read_content(parse_state &state, xp_xmlnode *top) {
-    for (xp_xmlnode *open = top;;) {
-        state.at = skip_space(state.at);
-        if (!__istagend(state.at, open->text)) {
-            if (!read_child(state, open)) return false;
-            continue;
+    bool run() {
+        for (;;) {
+            state_.at = skip_space(state_.at);
+            const bool ends = __istagend(state_.at, open_->text);
+            if (ends && open_ == top_) return true;
+            if (ends ? !close() : !read_child()) return abandon();
         }
-        if (open == top) return true;
-        const bool skipped = is_skipped(state, open);
-        open = open->parent;
-        if (skipped) drop_last_child(open);
     }
-}
+
+  private:
+    /// Ends the open element, which becomes a child only now, if it is wanted.
+    bool close() {
+        xp_xmlnode *const whole = open_;
+        open_ = whole->parent;
+        if (!is_skipped(state_, whole)) return take_child(whole);
+        free_node(whole);
+        return true;
+    }
+
+    /// Reads a node into the open element, or opens it when it has content.
+    bool read_child() {
+        xp_xmlnode read, *node = nullptr;
+        const outcome found = read_node(state_, &read, open_);
+        const bool skipped = found == outcome::whole && is_skipped(state_, &read);
+        if (found == outcome::opened) node = kept<parent_block>(state_, read);
+        if (found == outcome::whole && !skipped) node = kept<leaf_block>(state_, read);
+        if (!node) return free_contents(&read), skipped;
+        if (found == outcome::whole) return take_child(node);
+        open_ = node;
+        return true;
+    }
+
+    /// Makes a node the last child of the open element. False when memory is short: the node is then freed.
+    bool take_child(xp_xmlnode *child) {
+        if (!open_->children)
+            open_->children = open_ == top_ ? create_children() : parent_block::of(open_)->children.init();
+        if (open_->children && append_child(open_->children, child)) return true;
+        free_node(child);
+        return false;
+    }
+
+    /// Frees what is open below the top, for nothing else leads there.
+    bool abandon() {
+        while (open_ != top_) free_node(std::exchange(open_, open_->parent));
+        return false;
+    }
+
+    parse_state &state_;
+    xp_xmlnode *const top_; // its record may be the caller's, and has no room for an array
+    xp_xmlnode *open_;
+};
 
 } // namespace
 
 static bool __parse_xml(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
     const outcome read = read_node(state, node, parent);
-    if (read == outcome::whole || (read == outcome::opened && read_content(state, node))) return true;
+    if (read == outcome::whole || (read == outcome::opened && content_reader(state, node).run())) return true;
     free_contents(node);
     return false;
 }
@@ -211,7 +238,7 @@ static bool __read_declaration(char *&at, xp_hashtable *&declaration) {
     if (strncmp(at, "<?xml", 5) != 0) return true;
     at += 5;
     if (!xp_char_is(*at, XP_CHAR_SPACE)) return false;
-    declaration = create_attribute_table();
+    declaration = xp_create_hashtable(attribute_buckets, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
     const auto store = [&](char *name, char *value) { return xpht_put(declaration, name, value); };
     if (!declaration || !__read_attributes(at, store)) return false;
     at = skip_space(at);
@@ -227,15 +254,14 @@ bool vorncore::parse_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *pare
 bool vorncore::parse_document(parse_state &state, xp_xmltree *tree) {
     if (!__read_declaration(state.at, tree->declaration)) return false;
     while (*(state.at = skip_space(state.at))) {
-        auto *const node = state.blocks.allocate<xp_xmlnode>();
+        auto *const node =
+            create_record<xp_xmlnode>([&](xp_xmlnode *record) { return __parse_xml(state, record, xpxt_node(tree)); });
         if (!node) return false;
-        const bool parsed = __parse_xml(state, node, xpxt_node(tree));
-        if (!parsed || is_skipped(state, node)) {
+        if (is_skipped(state, node)) {
             free_node(node);
-            if (!parsed) return false;
             continue;
         }
-        if (!take_child(node)) return false;
+        if (!append_child(tree->nodes, node)) return free_node(node), false;
         if (node->kind & (XP_XML_TEXT | XP_XML_CDATA)) return false;
         if (node->kind != XP_XML_ELEMENT) continue;
         if (tree->root) return false;
