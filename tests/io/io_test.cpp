@@ -84,6 +84,17 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
     EXPECT_EQ(errno, EINVAL);
 }
 
+TEST(Io, SigsafeCallsGoOnAfterASignal) {
+    channel c(sockets);
+    char byte;
+    pollfd entry = {c.with("ab")[0], POLLIN, 0};
+    for (const call interrupted : {call::poll, call::read, call::send}) {
+        const fault_io once(interrupted, 1, EINTR);
+        EXPECT_EQ(xp_sigsafe_poll(&entry, 1, 0) + xp_sigsafe_read(c[0], &byte, 1) + xp_sigsafe_write(c[1], "c", 1), 3);
+        EXPECT_EQ(once.calls(), 2);
+    }
+}
+
 TEST(Io, LoopsMoveEverything) {
     channel c(sockets);
     const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ";

@@ -40,27 +40,21 @@ TYPED_TEST(ReadBuffers, BehaveLikeAStringUnderRandomOperations) {
 }
 
 TYPED_TEST(ReadBuffers, FailedReadKeepsWhatHasArrivedAndSaysWhy) {
-    const struct {
-        call failing;
-        int error;
-        const char *text;
-    } cases[] = {{call::read, ECONNRESET, "IOERROR_READ:errno=104<Connection reset by peer>"},
-                 {call::read, 4095, "IOERROR_READ:errno=4095<Unknown error 4095>"},
-                 {call::poll, EINTR, "IOERROR_POLL:errno=4<Interrupted system call>"}};
-    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
-    for (const auto &c : cases) {
+    const std::pair<int, const char *> errors[] = {{ECONNRESET, "IOERROR_READ:errno=104<Connection reset by peer>"},
+                                                   {4095, "IOERROR_READ:errno=4095<Unknown error 4095>"}};
+    for (const auto &[error, text] : errors) {
+        EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
         this->peer.with("ab");
         EXPECT_EQ(this->line(), nullptr);
         this->peer.with("cd\n");
         {
-            const fault_io fault(c.failing, 1, c.error);
+            const fault_io fault(call::read, 1, error);
             EXPECT_EQ(this->line(), nullptr);
         }
-        for (int time = 0; time < 2; time++) EXPECT_STREQ(this->lasterrmsg(&this->rb), c.text);
+        for (int time = 0; time < 2; time++) EXPECT_STREQ(this->lasterrmsg(&this->rb), text);
         EXPECT_STREQ(this->line(), "abcd");
+        this->reset(&this->rb, this->peer[0]);
     }
-    this->reset(&this->rb, this->peer[0]);
-    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
 }
 
 TYPED_TEST(ReadBuffers, MemoryBufferMayRefuseARecord) {
