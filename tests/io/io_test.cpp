@@ -22,7 +22,7 @@ struct repeater {
     std::string seen = {};
     static char *run(xp_iofilter *self, char *data, int32_t *count, int direction) {
         auto *me = reinterpret_cast<repeater *>(self);
-        me->seen += std::to_string(*count) + (direction ? "> " : "< ");
+        me->seen += std::to_string(*count) + (direction == 1 ? "> " : direction == 0 ? "< " : "? ");
         for (int32_t i = *count - 1; i >= 0; i--) memset(data + i * me->times, data[i], static_cast<size_t>(me->times));
         *count *= me->times;
         return data;
@@ -84,19 +84,29 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
     EXPECT_EQ(errno, EINVAL);
 }
 
+TEST(Io, SigsafeCallsGoOnAfterASignal) {
+    channel c(sockets);
+    char byte;
+    pollfd entry = {c.with("ab")[0], POLLIN, 0};
+    for (const call interrupted : {call::poll, call::read, call::send}) {
+        const fault_io once(interrupted, 1, EINTR);
+        EXPECT_EQ(xp_sigsafe_poll(&entry, 1, 0) + xp_sigsafe_read(c[0], &byte, 1) + xp_sigsafe_write(c[1], "c", 1), 3);
+        EXPECT_EQ(once.calls(), 2);
+    }
+}
+
 TEST(Io, LoopsMoveEverything) {
     channel c(sockets);
-    std::string got(64, '\0');
     const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    {
-        const fault_io one_byte_each(call::send, 0, 0);
-        EXPECT_EQ(xp_write_all(c[1], sent.data(), 64, 1000), 64);
+    for (const call moves_one_byte : {call::send, call::read}) {
+        const fault_io each(moves_one_byte, 0, 0);
+        std::string got(64, '\0');
+        EXPECT_EQ(xp_write_all(c[1], sent.data(), 64, 1000) + xp_read_all(c[0], got.data(), 64, 1000), 128);
+        EXPECT_EQ(got, sent);
     }
-    const fault_io one_byte_each(call::read, 0, 0);
-    EXPECT_EQ(xp_read_all(c[0], got.data(), 64, 1000), 64);
-    EXPECT_EQ(got, sent);
-    EXPECT_EQ(xp_read_all(not_open, got.data(), 0, 0) + xp_write_str(not_open, "", 0), 0);
-    EXPECT_EQ(xp_read_all(c.play("d1")[0], got.data(), 10, 1000), IOERROR_EOF);
+    char got[10];
+    EXPECT_EQ(xp_read_all(not_open, got, 0, 0) + xp_write_str(not_open, "", 0) + xp_write_timeout(c[1], "", 0, 0), 0);
+    EXPECT_EQ(xp_read_all(c.play("d1")[0], got, 10, 1000), IOERROR_EOF);
 }
 
 TEST(Io, TransferWithAnyBufferSize) {
@@ -122,7 +132,8 @@ TEST(Io, TransferCountsWhatTheFilterLeaves) {
     in.with("abcdefgh");
     repeater doubled{.times = 2}, dropped{.times = 0};
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 3, 0, &doubled.base), 3);
-    EXPECT_EQ(xp_transfer_all(in[0], out[1], 2, 0, &dropped.base), 0);
+    EXPECT_EQ(xp_transfer_all(in[0], out[1], 2, 0, &dropped.base) + xp_transfer_all(not_open, not_open, 0, 0, nullptr),
+              0);
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 9, 0, nullptr), IOERROR_READTIMEOUT);
     int64_t total = 0;
     EXPECT_EQ(xp_transfer(in.with("xy")[0], out[1], &total, 0, &doubled.base), IOERROR_READTIMEOUT);
@@ -135,10 +146,10 @@ TEST(Io, TransferCountsWhatTheFilterLeaves) {
 TEST(Io, RelayMovesEightBytesAtATime) {
     channel first(sockets), second(sockets);
     repeater filter;
-    first.with("a message of 20 byte"), second.with("hello");
+    first.with("seventeen letters"), second.with("with nine");
     EXPECT_EQ(xp_bitransfer_ex(first[0], first[0], second[0], second[0], 0, &filter.base), IOERROR_TIMEOUT);
-    EXPECT_EQ(filter.seen, "8> 5< 8> 4> ");
-    EXPECT_EQ(first.arrived(1) + "|" + second.arrived(1), "hello|a message of 20 byte");
+    EXPECT_EQ(filter.seen, "8> 8< 8> 1< 1> ");
+    EXPECT_EQ(first.arrived(1) + "|" + second.arrived(1), "with nine|seventeen letters");
     EXPECT_EQ(xp_bitransfer_ex(not_open, first[0], first[0], first[0], 0, nullptr), IOERROR_POLLERR);
 }
 
@@ -159,15 +170,19 @@ TEST(Io, RelayEnds) {
         {"read fails", "d", "", pipes, call::read, 1, IOERROR_READ, ""},
         {"stuck: polls on and on", "d", "f", pipes, call::poll, 50, IOERROR_POLL, "8> "},
     };
-    for (const auto &row : cases) {
-        channel in(row.kind), out(pipes), idle(pipes);
-        in.play(row.in), out.play(row.out);
-        repeater filter;
-        const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
-        EXPECT_EQ(xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base), row.expected) << row.name;
-        EXPECT_EQ(fault.fired(), row.nth && row.failing != call::write) << row.name;
-        EXPECT_EQ(filter.seen, row.seen) << row.name;
-    }
+    for (const auto &row : cases)
+        for (const bool back : {false, true}) { // from the second endpoint to the first
+            channel in(row.kind), out(pipes), idle(pipes);
+            in.play(row.in), out.play(row.out);
+            repeater filter;
+            const fault_io fault(row.failing, row.nth ? row.nth : INT_MAX, EINTR);
+            EXPECT_EQ(back ? xp_bitransfer_ex(idle[0], out[1], in[0], idle[1], 10'000, &filter.base)
+                           : xp_bitransfer_ex(in[0], idle[1], idle[0], out[1], 10'000, &filter.base),
+                      row.expected)
+                << row.name;
+            EXPECT_EQ(fault.fired(), row.nth && row.failing != call::write) << row.name;
+            EXPECT_EQ(filter.seen, *row.seen && back ? "8< " : row.seen) << row.name;
+        }
 }
 
 TEST(Io, FormattedOutputGoesOutInAreas) {

@@ -79,9 +79,9 @@ class readbuf_model {
             switch (step) {
             case 0:
             case 1: send(choose_bytes()); break;
-            case 2: search("\n", 1); break;
-            case 3: search("a", 1); break;
-            case 4: search(patterns[choose(4)], choose(7) - 1); break;
+            case 2:
+            case 3:
+            case 4: search(endings[choose(8)]); break;
             case 5: search_ex('\n'); break;
             case 6: read_all(choose(max_ + 3) - 1); break;
             case 7: read(choose(24) - 2); break;
@@ -97,7 +97,7 @@ class readbuf_model {
   private:
     using on = calls<Record>;
     static constexpr bool copies = std::is_same_v<Record, xprb2>;
-    static constexpr std::string_view patterns[] = {"\r\n\r\n", "\r\n", "ab", "aba"};
+    static constexpr std::string_view endings[] = {"\n", "a", "", "ab", "aba", "\r\n", "\r\n\r\n", "aaaaaaaaaaaa"};
 
     int choose(int count) {
         const int choice = choices_.empty() ? 0 : static_cast<unsigned char>(choices_[0]) % count;
@@ -120,10 +120,10 @@ class readbuf_model {
         pending_.erase(from, length);
         scanned_ = at;
     }
-    void gives_record(const char *result, const char *end, size_t length, size_t ending) {
+    void gives_record(const char *result, const char *end, size_t length, int ending) {
         gives(result, static_cast<int>(length));
         expect(end == result + length && !*end, "the end of the record");
-        pending_.erase(0, ending);
+        pending_.erase(0, static_cast<size_t>(ending));
     }
     int pending() const { return static_cast<int>(pending_.size()); }
     int kept() const { return copies ? scanned_ : 0; } // of pending, what reads do not give
@@ -134,17 +134,15 @@ class readbuf_model {
         pending_ += bytes;
     }
 
-    void search(std::string_view ending, int length) {
+    void search(std::string_view ending) {
         const Record before = rb_;
-        char *end = nullptr;
-        ending = ending.substr(0, static_cast<size_t>(std::max(length, 0)));
-        if (length > 0) length = static_cast<int>(ending.size());
-        char *record =
-            length == 1 ? on::to_delimiter(&rb_, &end, ending[0]) : on::to_pattern(&rb_, &end, ending.data(), length);
+        const int length = static_cast<int>(ending.size());
+        char *end = nullptr, *record = length == 1 ? on::to_delimiter(&rb_, &end, ending[0])
+                                                   : on::to_pattern(&rb_, &end, ending.data(), length);
         if (length < 1 || length > max_) return fails(record, IOERROR_OVERFLOW);
         const auto from = static_cast<size_t>(std::max(0, scanned_ - length + 1));
         const size_t at = pending_.substr(0, static_cast<size_t>(max_)).find(ending, from);
-        if (at != std::string::npos) return gives_record(record, end, at, ending.size());
+        if (at != std::string::npos) return gives_record(record, end, at, length);
         fails(record, pending() >= max_ ? IOERROR_OVERFLOW : IOERROR_READTIMEOUT);
         if (pending() >= max_) return start_again(before);
         if (copies || pending() >= length) scanned_ = pending();

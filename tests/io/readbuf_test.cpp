@@ -40,27 +40,21 @@ TYPED_TEST(ReadBuffers, BehaveLikeAStringUnderRandomOperations) {
 }
 
 TYPED_TEST(ReadBuffers, FailedReadKeepsWhatHasArrivedAndSaysWhy) {
-    const struct {
-        call failing;
-        int error;
-        const char *text;
-    } cases[] = {{call::read, ECONNRESET, "IOERROR_READ:errno=104<Connection reset by peer>"},
-                 {call::read, 4095, "IOERROR_READ:errno=4095<Unknown error 4095>"},
-                 {call::poll, EINTR, "IOERROR_POLL:errno=4<Interrupted system call>"}};
-    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
-    for (const auto &c : cases) {
+    const std::pair<int, const char *> errors[] = {{ECONNRESET, "IOERROR_READ:errno=104<Connection reset by peer>"},
+                                                   {4095, "IOERROR_READ:errno=4095<Unknown error 4095>"}};
+    for (const auto &[error, text] : errors) {
+        EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
         this->peer.with("ab");
         EXPECT_EQ(this->line(), nullptr);
         this->peer.with("cd\n");
         {
-            const fault_io fault(c.failing, 1, c.error);
+            const fault_io fault(call::read, 1, error);
             EXPECT_EQ(this->line(), nullptr);
         }
-        for (int time = 0; time < 2; time++) EXPECT_STREQ(this->lasterrmsg(&this->rb), c.text);
+        for (int time = 0; time < 2; time++) EXPECT_STREQ(this->lasterrmsg(&this->rb), text);
         EXPECT_STREQ(this->line(), "abcd");
+        this->reset(&this->rb, this->peer[0]);
     }
-    this->reset(&this->rb, this->peer[0]);
-    EXPECT_STREQ(this->lasterrmsg(&this->rb), "NO ERROR");
 }
 
 TYPED_TEST(ReadBuffers, MemoryBufferMayRefuseARecord) {
@@ -100,20 +94,21 @@ TYPED_TEST(ReadBuffers, StreamForwardsToABufferMadeWithOrWithoutMemory) {
 using ReadBuffer = ReadBuffers<xprb>;
 
 TEST_F(ReadBuffer, ReadsAsSeldomAndAsMuchAsItCan) {
-    peer.with("a\r\n\r\nbb\n4567890"); // 15 bytes of the 16 that fit
+    peer.with("\r\n\r\nbb\n34567890"); // 15 bytes of the 16 that fit
     const fault_io reads(call::read, INT_MAX, 0);
     char *end, *line;
     int length;
-    EXPECT_STREQ(xprb_read_line(&rb, nullptr), "a");
     EXPECT_TRUE((line = xprb_read_line(&rb, &end)) && line == end && !*end);
-    EXPECT_STREQ(xprb_read_line(&rb, &end), "bb");
+    EXPECT_EQ(*xprb_read_all(&rb, 1), '\r');
+    EXPECT_TRUE((line = xprb_read_line(&rb, &end)) && line == end) << "what is in front of a line is not of it";
+    EXPECT_STREQ(xprb_read_line(&rb, nullptr), "bb");
     EXPECT_TRUE(xprb_read_upto(&rb, &length, 2) && length == 2 && xprb_read_upto(&rb, &length, 2) && length == 2);
     EXPECT_EQ(reads.calls(), 1);
     peer.with("abcdefgh");
-    EXPECT_EQ(memcmp(xprb_read_all(&rb, 8), "890abcde", 8), 0);
+    EXPECT_EQ(memcmp(xprb_read_all(&rb, 8), "7890abcd", 8), 0);
     EXPECT_EQ(reads.calls(), 2) << "what was left moved to the front before the read";
     peer.with("0123456789abcdefgh");
-    EXPECT_TRUE(xprb_read_all(&rb, 3) && xprb_read_all(&rb, 1));
+    EXPECT_TRUE(xprb_read_all(&rb, 4) && xprb_read_all(&rb, 1));
     EXPECT_EQ(rb.data_end - rb.data, 15) << "an empty buffer reads a whole block";
 }
 

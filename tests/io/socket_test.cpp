@@ -84,8 +84,13 @@ TEST(Socket, ConnectedDescriptorsBlockAndCloseOnExec) {
         const owned accepted(xp_sigsafe_accept(server.fd, nullptr, nullptr));
         EXPECT_EQ(fcntl(client.fd, F_GETFD) & fcntl(accepted.fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
     }
-    const fault_io interrupted(call::accept, 1, EINTR);
-    EXPECT_EQ(xp_sigsafe_accept(server.fd, nullptr, nullptr), -1) << "tried once";
+    {
+        const fault_io interrupted(call::accept, 1, EINTR);
+        EXPECT_EQ(xp_sigsafe_accept(server.fd, nullptr, nullptr), -1) << "tried once";
+    }
+    const fault_io interrupted(call::connect, 1, EINTR);
+    EXPECT_EQ(xp_sigsafe_connect(not_open, nullptr, 0), -1);
+    EXPECT_EQ(interrupted.calls(), 2);
 }
 
 TEST(Socket, ConnectionsThatDoNotComeAbout) {

@@ -67,7 +67,7 @@ TEST(Counter, ManyThreads) {
     std::thread threads[4];
     for (std::thread &each : threads)
         each = std::thread([&, mine = xprc_addref(references)] {
-            for (uint32_t i = 0; i < 1000; i++) {
+            for (uint32_t i = 0; i < 10'000; i++) {
                 xpic_inc(&number), xpic_inc_n(&number, 5), xpic_dec(&number);
                 xpiac_add(&sum, i);
                 xprc_release(xprc_addref(mine));
@@ -75,8 +75,8 @@ TEST(Counter, ManyThreads) {
             EXPECT_GT(xprc_release(mine), 0);
         });
     for (std::thread &thread : threads) thread.join();
-    EXPECT_EQ(number.value, 20'000);
-    EXPECT_TRUE(sum.count == 4000 && sum.sum == 4 * 499'500);
+    EXPECT_EQ(number.value, 200'000);
+    EXPECT_TRUE(sum.count == 40'000 && sum.sum == 4 * 49'995'000);
     EXPECT_EQ(destroyed, 0);
     EXPECT_EQ(xprc_release(references), 0);
     EXPECT_EQ(destroyed, 1);
