@@ -10,6 +10,8 @@ namespace {
 
 using harness::find_program;
 
+constexpr size_t sizes[] = {0, 1 << 10, 1 << 16, 16 << 20};
+
 /// nginx with files of some sizes, before a backend that tells what it has read, and a forward proxy.
 struct servers {
     harness::temporary_folder folder;
@@ -25,8 +27,7 @@ struct servers {
 
     bool start() {
         std::generate(bytes.begin(), bytes.end(), std::mt19937(1));
-        for (const size_t size : {0, 1 << 10, 1 << 16, 16 << 20})
-            web.folder().write(std::to_string(size), bytes.substr(0, size));
+        for (const size_t size : sizes) web.folder().write(std::to_string(size), bytes.substr(0, size));
         for (int attempt = 0; attempt < 5; attempt++) { // another program may take the port first
             proxy_port = harness::loopback_listener().port;
             folder.write("conf", "Port " + std::to_string(proxy_port) + "\nListen 127.0.0.1\nLogLevel Info\n");
@@ -65,8 +66,7 @@ struct HttpServers : testing::Test {
 };
 
 TEST_F(HttpServers, FilesArriveWholeAndRequestsLeaveNothingBehind) {
-    for (const size_t size : {0, 1 << 10, 1 << 16, 16 << 20})
-        EXPECT_TRUE(get(std::to_string(size)) == running->bytes.substr(0, size)) << size;
+    for (const size_t size : sizes) EXPECT_TRUE(get(std::to_string(size)) == running->bytes.substr(0, size)) << size;
     const long blocks = harness::live_blocks();
     const int descriptors = harness::open_descriptors();
     for (int i = 0; i < 2000; i++) ASSERT_EQ(get("1024").size(), 1024U);
