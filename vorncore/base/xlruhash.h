@@ -14,8 +14,10 @@
  *     if (page) send(page);                                       // nobody frees it as long as the slot is held
  *     xpxlh_read_unlock(&pages, bucket);
  *
+ *     page = load(name);
  *     bucket = xpxlh_write_lock(&pages, name);
- *     xpxlh_put(&pages, name, load(name), bucket);                // evicts the page unused longest
+ *     if (!xpxlh_put(&pages, name, page, bucket))                 // evicts the page unused longest
+ *         free_page(page);                                        // another thread had put one
  *     xpxlh_write_unlock(&pages, bucket);
  *     xpxlh_diet(&pages);                                         // frees what was evicted
  *
@@ -28,8 +30,8 @@
  * Whoever holds one slot must not wait for another one: only xpxlh_*_locks and xpxlh_*_lock_all take several, always
  * from the lowest number up. So while a thread holds a slot, it makes no call that takes slots (below: "takes slots"),
  * also not from a callback or a hook; and while it holds the list lock, as an enumerator and an enumeration do, it
- * makes no call that takes that ("takes the list lock") either. Every other combination would wait for ever.
- * xpxlh_count takes neither.
+ * makes no call that takes that ("takes the list lock") either: such calls may wait for ever. xpxlh_count takes
+ * neither.
  *
  * Several keys at once: xpxlh_write_locks(&pages, &names, &slots) lists slots, not buckets; the bucket of each key is
  * pages.lru.hash(key, (uint32_t)pages.lru.bucket_count) then.
@@ -185,10 +187,9 @@ int xpxlh_count(xp_xlruhash *table);
  * enumerator that locks. The two calls do the same. */
 void xpxlh_clear(xp_xlruhash *table, int lock);
 void xpxlh_reset(xp_xlruhash *table, int lock);
-/* Frees the evicted items, each with its slot held for writing; one that an enumerator rests on is freed when the
- * enumerator moves on or is closed. Takes the list lock, then slots. Any number of threads may call it at the same
- * time.
- */
+/* Frees the evicted items, each with its slot held for writing; one that an enumerator refers to goes when the
+ * enumerator moves on or is closed. Takes the list lock, then slots. Any number of threads may call it
+ * at the same time. */
 void xpxlh_diet(xp_xlruhash *table);
 
 /* Calls callback(argument, pair) for each item, by bucket, newest first in each, until it returns 0. Returns the number
@@ -209,12 +210,16 @@ int xpxlh_enumerate_ex(xp_xlruhash *table, xp_pair_fn callback, void *argument, 
 void xpxlh_statistic(xp_xlruhash *table, double *mean, double *variance, int lock);
 
 /* An enumerator stands before the first item and holds the list lock, in its mode, and while it rests on an item also
- * the slot of the item's bucket. When it comes to another bucket, it lets go of both and takes the new slot, then the
- * list lock: what others do in between it may or may not see. An item that is deleted just then it passes over; one
- * that is evicted it still shows, and goes on from there at the item that is then unused longest, since eviction takes
- * what was before that. An item that is used just then is the last one on its way. A call on an enumerator takes slots
- * and the list lock. It may call release hooks, for items that were evicted or deleted while it referred to them, with
- * its locks held. An enumerator without locks is for who has the table to himself, or every slot for writing. */
+ * the slot of the item's bucket: until it is closed or moves on, everyone else's gets, insertions and deletions wait.
+ *
+ * When it comes to another bucket, it lets go of both locks and takes the new slot, then the list lock; what others do
+ * in between it may or may not see. An item that is deleted just then it passes over. One that is evicted it shows as
+ * long as that is still in its bucket, and goes on from it at the item that is then unused longest, since eviction
+ * takes all that was before. After an item that is used just then, it meets only what was used even later.
+ *
+ * A call on an enumerator takes slots and the list lock. With its locks held it may call release hooks, for items that
+ * were evicted or deleted while it referred to them. An enumerator without locks is for who has the table to himself,
+ * or every slot for writing. */
 void xp_init_xlruhashenum(xp_xlruhashenum *e, xp_xlruhash *table, int lock_mode);
 xp_xlruhashenum *xp_create_xlruhashenum(xp_xlruhash *table, int lock_mode);
 /* Unlock the list, then the slot of the item that the enumerator rests on. */
