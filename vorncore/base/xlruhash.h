@@ -188,8 +188,8 @@ int xpxlh_count(xp_xlruhash *table);
 void xpxlh_clear(xp_xlruhash *table, int lock);
 void xpxlh_reset(xp_xlruhash *table, int lock);
 /* Frees the evicted items, each with its slot held for writing; one that an enumerator refers to goes when the
- * enumerator moves on or is closed. Takes the list lock, then slots. Any number of threads may call
- * it at the same time. */
+ * enumerator moves on or is closed. Takes the list lock, then slots. Any number of threads may call it
+ * at the same time. */
 void xpxlh_diet(xp_xlruhash *table);
 
 /* Calls callback(argument, pair) for each item, by bucket, newest first in each, until it returns 0. Returns the number
@@ -213,10 +213,9 @@ void xpxlh_statistic(xp_xlruhash *table, double *mean, double *variance, int loc
  * the slot of the item's bucket: until it is closed or moves on, everyone else's gets, insertions and deletions wait.
  *
  * When it comes to another bucket, it lets go of both locks and takes the new slot, then the list lock; what others do
- * in between it may or may not see. An item that is deleted just then it passes over, also one that is evicted and
- * freed from its bucket. One that is evicted and still in its bucket it shows. From either it goes on at the item that
- * is then unused longest, since eviction takes what was before that. An item that is used just then is the last one on
- * its way, or nearly.
+ * in between it may or may not see. An item that is deleted just then it passes over. One that is evicted it shows as
+ * long as that is still in its bucket, and goes on from it at the item that is then unused longest, since eviction
+ * takes all that was before. After an item that is used just then, it meets only what was used even later.
  *
  * A call on an enumerator takes slots and the list lock. With its locks held it may call release hooks, for items that
  * were evicted or deleted while it referred to them. An enumerator without locks is for who has the table to himself,
