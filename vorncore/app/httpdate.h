@@ -1,8 +1,8 @@
 /* HTTP dates: the three forms that HTTP/1.1 allows, to seconds and back.
  *
- * Written for speed on the dates that servers send. A reader checks the length and the punctuation of a form and takes
- * every field from its fixed position as it stands: digits are not validated, so a text that is no date may still give
- * a number, but nothing behind the end of the text is ever read.
+ * Written for speed on the dates that servers send. A reader checks the length of a form and the marks between its
+ * numbers and takes every field from its fixed position as it stands: digits are not validated, so a text that is no
+ * date may still give a number, but nothing behind the end of the text is ever read.
  *
  * Threads: nothing is shared. */
 #ifndef VORNCORE_APP_HTTPDATE_H

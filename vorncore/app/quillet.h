@@ -6,7 +6,7 @@
  *     xp_quillet client;
  *     const char *store;
  *     char *value;
- *     xp_init_quillet(&client, "127.0.0.1", 6379, 64 * 1024, 5000);
+ *     xp_init_quillet(&client, "127.0.0.1", 4071, 64 * 1024, 5000);
  *     if (xpql_connect(&client) || xpql_new(&client, &store) || xpql_put(&client, "colour", "dark red") ||
  *         xpql_get(&client, "colour", &value))
  *         fprintf(stderr, "%s\n", xpql_lasterror(&client));
