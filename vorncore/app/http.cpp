@@ -145,9 +145,7 @@ void xp_init_http(xp_http *client, const char *user_agent) {
     if (!init(client, user_agent)) out_of_memory("xp_init_http", 2 * http_buffer_size);
 }
 
-xp_http *xp_create_http(const char *user_agent) {
-    return create_record<xp_http>([=](xp_http *client) { return init(client, user_agent); });
-}
+xp_http *xp_create_http(const char *user_agent) { return create_record<xp_http>(init, user_agent); }
 
 void xp_close_http(xp_http *client) {
     xp_close_respool(&client->pool);

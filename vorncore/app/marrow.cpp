@@ -186,7 +186,7 @@ void xp_init_marrow(xp_marrow *client, const char *host, int port, int buffer_si
 }
 
 xp_marrow *xp_create_marrow(const char *host, int port, int buffer_size, int timeout) {
-    return create_record<xp_marrow>([=](xp_marrow *client) { return init(client, host, port, buffer_size, timeout); });
+    return create_record<xp_marrow>(init, host, port, buffer_size, timeout);
 }
 
 void xp_close_marrow(xp_marrow *client) {

@@ -128,10 +128,8 @@ void xp_init_xhashtable(xp_xhashtable *table, int slot_count, int lock_mode, int
 xp_xhashtable *xp_create_xhashtable(int slot_count, int lock_mode, int bucket_count, xp_hash_fn hash,
                                     xp_compare_fn compare, xp_copy_fn key_copy, xp_release_fn key_release,
                                     xp_copy_fn value_copy, xp_release_fn value_release) {
-    return create_record<xp_xhashtable>([=](xp_xhashtable *table) {
-        return init(table, slot_count, lock_mode, bucket_count, hash, compare, key_copy, key_release, value_copy,
-                    value_release);
-    });
+    return create_record<xp_xhashtable>(init, slot_count, lock_mode, bucket_count, hash, compare, key_copy, key_release,
+                                        value_copy, value_release);
 }
 
 void xp_close_xhashtable(xp_xhashtable *table) {
@@ -276,10 +274,7 @@ xp_xhashenum *xp_create_xhashenum(xp_xhashtable *table, int lock_mode) {
 }
 
 xp_xhashenum *xp_create_xhashenum_ex(xp_xhashtable *table, int first, int end, int lock_mode) {
-    return create_record<xp_xhashenum>([=](xp_xhashenum *e) {
-        xp_init_xhashenum_ex(e, table, first, end, lock_mode);
-        return true;
-    });
+    return create_record<xp_xhashenum>(xp_init_xhashenum_ex, table, first, end, lock_mode);
 }
 
 void xp_close_xhashenum(xp_xhashenum *e) { enumerator_guard{e}.release(); }

@@ -116,10 +116,8 @@ void xp_init_xlruhash(xp_xlruhash *table, int slot_count, int lock_mode, int cap
 xp_xlruhash *xp_create_xlruhash(int slot_count, int lock_mode, int capacity, int bucket_count, xp_hash_fn hash,
                                 xp_compare_fn compare, xp_copy_fn key_copy, xp_release_fn key_release,
                                 xp_copy_fn value_copy, xp_release_fn value_release) {
-    return create_record<xp_xlruhash>([=](xp_xlruhash *table) {
-        return init(table, slot_count, lock_mode, capacity, bucket_count, hash, compare, key_copy, key_release,
-                    value_copy, value_release);
-    });
+    return create_record<xp_xlruhash>(init, slot_count, lock_mode, capacity, bucket_count, hash, compare, key_copy,
+                                      key_release, value_copy, value_release);
 }
 
 void xp_close_xlruhash(xp_xlruhash *table) {
@@ -293,10 +291,7 @@ void xp_init_xlruhashenum(xp_xlruhashenum *e, xp_xlruhash *table, int lock_mode)
 }
 
 xp_xlruhashenum *xp_create_xlruhashenum(xp_xlruhash *table, int lock_mode) {
-    return create_record<xp_xlruhashenum>([=](xp_xlruhashenum *e) {
-        xp_init_xlruhashenum(e, table, lock_mode);
-        return true;
-    });
+    return create_record<xp_xlruhashenum>(xp_init_xlruhashenum, table, lock_mode);
 }
 
 void xp_close_xlruhashenum(xp_xlruhashenum *e) {

@@ -33,9 +33,7 @@ void xp_init_lineinfo(xp_lineinfo *info, const char *text) {
     if (!init(info, text)) out_of_memory("xp_init_lineinfo", bytes_of<void *>(initial_lines));
 }
 
-xp_lineinfo *xp_create_lineinfo(const char *text) {
-    return create_record<xp_lineinfo>([=](xp_lineinfo *info) { return init(info, text); });
-}
+xp_lineinfo *xp_create_lineinfo(const char *text) { return create_record<xp_lineinfo>(init, text); }
 
 void xp_close_lineinfo(xp_lineinfo *info) { xp_close_array(&info->starts); }
 

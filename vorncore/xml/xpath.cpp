@@ -93,9 +93,7 @@ void xp_init_xpath(xp_xpath *path, const char *text) {
     if (!compile(path, text)) out_of_memory("xp_init_xpath", strlen(text) + 1);
 }
 
-xp_xpath *xp_create_xpath(const char *text) {
-    return create_record<xp_xpath>([=](xp_xpath *path) { return compile(path, text); });
-}
+xp_xpath *xp_create_xpath(const char *text) { return create_record<xp_xpath>(compile, text); }
 
 void xp_close_xpath(xp_xpath *path) {
     xp_close_array(&path->steps);
