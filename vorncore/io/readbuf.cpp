@@ -119,9 +119,7 @@ void xp_init_readbuf(xprb *rb, int descriptor, int max_record) {
     if (!init(rb, descriptor, max_record)) out_of_memory("xp_init_readbuf", block_size(max_record));
 }
 
-xprb *xp_create_readbuf(int descriptor, int max_record) {
-    return create_record<xprb>([=](xprb *rb) { return init(rb, descriptor, max_record); });
-}
+xprb *xp_create_readbuf(int descriptor, int max_record) { return create_record<xprb>(init, descriptor, max_record); }
 
 void xp_close_readbuf(xprb *rb) {
     free(rb->block);

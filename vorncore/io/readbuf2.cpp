@@ -107,9 +107,7 @@ void xp_init_readbuf2(xprb2 *rb, int descriptor, int max_record) {
     if (!init(rb, descriptor, max_record)) out_of_memory("xp_init_readbuf2", block_size(rb->input_size, max_record));
 }
 
-xprb2 *xp_create_readbuf2(int descriptor, int max_record) {
-    return create_record<xprb2>([=](xprb2 *rb) { return init(rb, descriptor, max_record); });
-}
+xprb2 *xp_create_readbuf2(int descriptor, int max_record) { return create_record<xprb2>(init, descriptor, max_record); }
 
 void xp_close_readbuf2(xprb2 *rb) {
     free(rb->record);

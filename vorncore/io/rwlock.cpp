@@ -45,9 +45,7 @@ void xp_init_rwlock(xp_rwlock *lock, int slots, int mode) {
         out_of_memory("xp_init_rwlock", saturating_product(bytes_of<uint16_t>(slots), 4));
 }
 
-xp_rwlock *xp_create_rwlock(int slots, int mode) {
-    return create_record<xp_rwlock>([=](xp_rwlock *lock) { return try_init_rwlock(lock, slots, mode); });
-}
+xp_rwlock *xp_create_rwlock(int slots, int mode) { return create_record<xp_rwlock>(try_init_rwlock, slots, mode); }
 
 void xp_close_rwlock(xp_rwlock *lock) {
     pthread_mutex_destroy(&lock->mutex);

@@ -115,9 +115,7 @@ void xp_init_writebuf(xpwb *wb, int descriptor, int block_size) {
     if (!init(wb, descriptor, block_size)) out_of_memory("xp_init_writebuf", bytes_of<char>(block_size));
 }
 
-xpwb *xp_create_writebuf(int descriptor, int block_size) {
-    return create_record<xpwb>([=](xpwb *wb) { return init(wb, descriptor, block_size); });
-}
+xpwb *xp_create_writebuf(int descriptor, int block_size) { return create_record<xpwb>(init, descriptor, block_size); }
 
 void xp_close_writebuf(xpwb *wb) {
     while (wb->pending.count || wb->current.flush_position != wb->current.write_position) {

@@ -68,9 +68,7 @@ void xp_init_xcirqueue(xp_xcirqueue *queue, int capacity) {
     if (!init(queue, capacity)) out_of_memory("xp_init_xcirqueue", bytes_of<void *>(capacity));
 }
 
-xp_xcirqueue *xp_create_xcirqueue(int capacity) {
-    return create_record<xp_xcirqueue>([=](xp_xcirqueue *queue) { return init(queue, capacity); });
-}
+xp_xcirqueue *xp_create_xcirqueue(int capacity) { return create_record<xp_xcirqueue>(init, capacity); }
 
 void xp_close_xcirqueue(xp_xcirqueue *queue) {
     xp_close_cirqueue(&queue->queue);
