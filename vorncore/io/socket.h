@@ -4,7 +4,7 @@
  * holds the system's reason. Descriptors are close-on-exec and blocking. Ports are in host byte order, addresses in
  * network byte order. Where `xp_io_sigsafe` is set, connects and waits go on after a signal.
  *
- *     int fd = xp_connect_tcp("localhost", 6379, 2000);
+ *     int fd = xp_connect_tcp("localhost", 4071, 2000);
  *     if (fd < 0) fprintf(stderr, "%s: %s\n", xp_ioerror_str(fd), strerror(errno));
  *
  * Threads: every call may run on any thread. */
