@@ -24,7 +24,10 @@
  *   - No white space is needed between an attribute's value and the next name.
  *
  * Parsing takes time in proportion to the text, but for the attributes of one element, which must all differ: their
- * table has 11 buckets, so n of them take about n * n / 22 comparisons.
+ * table has 11 buckets, so n of them take about n * n / 22 comparisons. So does looking n of them up.
+ *
+ * Beside the text, a tree takes 80 bytes for a node, 112 more for an element that has content, 208 more for one that
+ * has attributes, and 96 for each of these.
  *
  * Out of memory: parsing fails as for a wrong text; xpxn_add_child and the calls that unescape end the process.
  *
