@@ -104,7 +104,7 @@ bool init(xp_xhashtable *table, int slot_count, int lock_mode, int bucket_count,
         return false;
     }
     table->slot_count = slot_count;
-    pthread_mutex_init(&table->count_mutex, nullptr);
+    table->count_mutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP; // as that of the lock: held for a moment
     return true;
 }
 

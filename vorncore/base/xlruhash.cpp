@@ -65,7 +65,7 @@ bool init(xp_xlruhash *table, int slot_count, int lock_mode, int capacity, int b
         return false;
     }
     for (int i = 0; i < item_mutex_count; i++) pthread_mutex_init(table->item_mutexes + i, nullptr);
-    pthread_mutex_init(&table->count_mutex, nullptr);
+    table->count_mutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP; // as that of the lock: held for a moment
     table->slot_count = slot_count;
     table->live_count = 0;
     table->pending = nullptr;

@@ -30,7 +30,7 @@ bool vorncore::try_init_rwlock(xp_rwlock *lock, int slots, int mode) {
     auto *counts = try_zeroed_array<uint16_t>(saturating_product(row, 4));
     if (!counts) return false;
     lock->mode = mode;
-    pthread_mutex_init(&lock->mutex, nullptr);
+    lock->mutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP; // held for a few instructions: who meets it spins, then sleeps
     pthread_cond_init(&lock->readers, nullptr);
     pthread_cond_init(&lock->writers, nullptr);
     lock->active_readers = counts;
