@@ -23,6 +23,24 @@ void wait_while(xp_rwlock *lock, pthread_cond_t *condition, uint16_t &waiting, B
     waiting--;
 }
 
+/// Waits until the slot is the caller's alone. A claim counts as a writer from when no other writer has the slot.
+[[gnu::noinline]] void wait_to_write(xp_rwlock *lock, int slot) {
+    uint16_t &writers = lock->active_writers[slot], &readers = lock->active_readers[slot];
+    const bool claim = lock->mode == XP_RWLOCK_WRITER_CLAIM;
+    wait_while(lock, &lock->writers, lock->waiting_writers[slot],
+               [=, &writers, &readers] { return writers || (!claim && readers); });
+    writers = 1;
+    while (readers) pthread_cond_wait(&lock->writers, &lock->mutex); // with a claim only
+}
+
+/// Wakes those who may have the slot that a writer has left.
+[[gnu::noinline]] void wake_waiting(xp_rwlock *lock, int slot) {
+    const bool writers = lock->waiting_writers[slot];
+    if (lock->waiting_readers[slot] && !(writers && lock->mode == XP_RWLOCK_WRITER_FIRST))
+        pthread_cond_broadcast(&lock->readers);
+    if (writers) pthread_cond_broadcast(&lock->writers);
+}
+
 } // namespace
 
 bool vorncore::try_init_rwlock(xp_rwlock *lock, int slots, int mode) {
@@ -67,13 +85,9 @@ void xprwl_read_lock(xp_rwlock *lock, int slot) {
 }
 
 void xprwl_write_lock(xp_rwlock *lock, int slot) {
-    uint16_t &active = lock->active_writers[slot];
     pthread_mutex_lock(&lock->mutex);
-    const bool claim = lock->mode == XP_RWLOCK_WRITER_CLAIM;
-    wait_while(lock, &lock->writers, lock->waiting_writers[slot],
-               [=, &active] { return active || (!claim && lock->active_readers[slot]); });
-    active++;
-    while (lock->active_readers[slot]) pthread_cond_wait(&lock->writers, &lock->mutex); // with a claim only
+    if (lock->active_writers[slot] || lock->active_readers[slot]) wait_to_write(lock, slot);
+    lock->active_writers[slot] = 1;
     pthread_mutex_unlock(&lock->mutex);
 }
 
@@ -101,9 +115,6 @@ void xprwl_write_unlock(xp_rwlock *lock, int slot) {
         return;
     }
     active--;
-    const bool writers = lock->waiting_writers[slot];
-    if (lock->waiting_readers[slot] && !(writers && lock->mode == XP_RWLOCK_WRITER_FIRST))
-        pthread_cond_broadcast(&lock->readers);
-    if (writers) pthread_cond_broadcast(&lock->writers);
+    if (lock->waiting_writers[slot] || lock->waiting_readers[slot]) wake_waiting(lock, slot);
     pthread_mutex_unlock(&lock->mutex);
 }
