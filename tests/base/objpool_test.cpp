@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <deque>
-#include <thread>
 
 #include "support/harness.h"
 #include "support/items.h"
+#include "support/threads.h"
 
 using namespace harness;
 
@@ -93,7 +93,7 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
                                          [](void *object) { objects--, delete static_cast<int *>(object); },
                                          [](void *) { objects += 1000; }, [](void *) { objects -= 1000; });
     const auto work = [=](int self) {
-        for (int i = 0; i < 4000; i++) {
+        for (int i = 0; i < 2000; i++) {
             int *const held[] = {static_cast<int *>(xpxop_alloc(op)), static_cast<int *>(xpxop_alloc(op))};
             *held[0] = *held[1] = self; // not atomic: only one thread may have it
             if (i % 100 == self) self % 2 ? xpxop_diet(op) : xpxop_set_cache_max(op, i / 100 % 8);
@@ -101,9 +101,7 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
             for (int *object : held) xpxop_free(op, object);
         }
     };
-    std::thread workers[4];
-    for (int i = 0; i < 4; i++) workers[i] = std::thread(work, i);
-    for (auto &worker : workers) worker.join();
+    for (const int threads : harness::thread_counts) harness::in_threads(threads, work);
     EXPECT_TRUE(op->pool.in_use == 0 && static_cast<int>(op->pool.cached) == objects);
     xp_destroy_xobjpool(op);
     EXPECT_EQ(objects, 0);

@@ -6,6 +6,7 @@
 
 #include "support/harness.h"
 #include "support/log_lines.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -57,17 +58,15 @@ TEST_P(RwLockMode, LosesNoWakeUpToWritersOfOtherSlots) {
 TEST_P(RwLockMode, KeepsWritersAloneWhateverTheNumberOfThreads) {
     int written[2][2] = {};
     std::atomic<int> torn = 0;
-    const auto use = [&](int n) {
-        for (int i = 0; i < 6000; i++) {
-            int(&mine)[2] = written[(i + n) % 2];
-            if (i % 4 < 2) read((i + n) % 2, [&] { torn += mine[0] != mine[1]; });
-            if (i % 4 >= 2) write((i + n) % 2, [&] { mine[0]++, mine[1]++; });
-        }
-    };
-    std::vector<std::thread> threads;
-    for (int n = 0; n < 8; n++) threads.emplace_back(use, n);
-    for (auto &thread : threads) thread.join();
-    EXPECT_EQ(written[0][0] + written[1][1], 8 * 3000);
+    for (const int threads : harness::thread_counts)
+        harness::in_threads(threads, [&](int n) {
+            for (int i = 0; i < 32'000 / threads; i++) {
+                int(&mine)[2] = written[(i + n) % 2];
+                if (i % 4 < 2) read((i + n) % 2, [&] { torn += mine[0] != mine[1]; });
+                if (i % 4 >= 2) write((i + n) % 2, [&] { mine[0]++, mine[1]++; });
+            }
+        });
+    EXPECT_EQ(written[0][0] + written[1][1], 3 * 16'000);
     EXPECT_EQ(torn, 0);
     EXPECT_EQ(std::accumulate(lock->active_readers, lock->active_readers + 4 * slots, 0), 0); // one block of counts
 }

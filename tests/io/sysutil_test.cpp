@@ -7,11 +7,10 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "support/channel.h"
 #include "support/fault.h"
 #include "support/harness.h"
+#include "support/threads.h"
 #include "vorncore/io/counter.h"
 #include "vorncore/io/fdlimit.h"
 #include "vorncore/io/file.h"
@@ -64,19 +63,18 @@ TEST(Counter, ManyThreads) {
     int destroyed = 0;
     const auto destroy = [](void *object) { ++*static_cast<int *>(object); };
     xp_reference_counter *references = xp_create_reference_counter(&destroyed, destroy);
-    std::thread threads[4];
-    for (std::thread &each : threads)
-        each = std::thread([&, mine = xprc_addref(references)] {
-            for (uint32_t i = 0; i < 10'000; i++) {
+    for (const int threads : harness::thread_counts)
+        harness::in_threads(threads, [&](int) {
+            xp_reference_counter *const mine = xprc_addref(references);
+            for (uint32_t i = 0; i < 2000; i++) {
                 xpic_inc(&number), xpic_inc_n(&number, 5), xpic_dec(&number);
                 xpiac_add(&sum, i);
                 xprc_release(xprc_addref(mine));
             }
             EXPECT_GT(xprc_release(mine), 0);
         });
-    for (std::thread &thread : threads) thread.join();
-    EXPECT_EQ(number.value, 200'000);
-    EXPECT_TRUE(sum.count == 40'000 && sum.sum == 4 * 49'995'000);
+    EXPECT_EQ(number.value, 22 * 10'000);
+    EXPECT_TRUE(sum.count == 22 * 2000 && sum.sum == 22 * 1'999'000);
     EXPECT_EQ(destroyed, 0);
     EXPECT_EQ(xprc_release(references), 0);
     EXPECT_EQ(destroyed, 1);

@@ -5,6 +5,7 @@
 
 #include "support/fault.h"
 #include "support/harness.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -82,34 +83,33 @@ TEST_F(BlockingQueue, TheDeadlineIsFixedAtTheStartAndCarriesSeconds) {
 }
 
 TEST_F(BlockingQueue, EveryItemArrivesOnceAndInOrder) {
-    constexpr intptr_t count = 500'000; // of each producer
     xp_xcirqueue *many = nullptr;
-    harness::oom_sweep([&] { many = xp_create_xcirqueue(16); });
-    std::atomic<intptr_t> sum = 0;
-    std::vector<std::thread> producers, consumers;
-    for (const intptr_t n : {0, 1}) {
-        producers.emplace_back([=] {
-            for (intptr_t i = 1; i <= count; i++) xpxcq_put(many, reinterpret_cast<void *>(2 * i + n), n ? -1 : 60'000);
-        });
-        consumers.emplace_back([=, &sum] {
-            intptr_t last[2] = {}, got;
+    for (const intptr_t pairs : {1, 2, 8}) {
+        const intptr_t count = 320'000 / pairs; // of each producer
+        harness::oom_sweep([&] { many = xp_create_xcirqueue(16); });
+        std::atomic<intptr_t> sum = 0, producing = pairs;
+        const auto produce = [&](intptr_t n) {
+            for (intptr_t i = 1; i <= count; i++)
+                xpxcq_put(many, reinterpret_cast<void *>(pairs * i + n), n % 2 ? -1 : 60'000);
+            if (!--producing) xpxcq_shutdown(many);
+        };
+        const auto consume = [&](bool batches) {
+            intptr_t last[8] = {}, got;
             void **out = reinterpret_cast<void **>(&got);
             const auto use = [&] {
-                EXPECT_LT(last[got % 2], got / 2);
-                sum += last[got % 2] = got / 2;
+                EXPECT_LT(last[got % pairs], got / pairs);
+                sum += last[got % pairs] = got / pairs;
             };
-            for (int size = 1; n && size; xpxcq_get_end(many, size)) // one takes batches, the other single items
+            for (int size = 1; batches && size; xpxcq_get_end(many, size))
                 for (int next = xpxcq_get_first(many, out, -1, &size); next == XP_XCQ_OK;
                      next = size < 4 ? xpxcq_get_next(many, out, &size) : XP_XCQ_WOULDBLOCK)
                     use();
-            while (!n && xpxcq_get(many, out, 60'000) == XP_XCQ_OK) use();
-        });
+            while (!batches && xpxcq_get(many, out, 60'000) == XP_XCQ_OK) use();
+        };
+        harness::in_threads(static_cast<int>(2 * pairs), [&](int n) { n < pairs ? produce(n) : consume(n % 2); });
+        EXPECT_EQ(sum, pairs * (count * (count + 1) / 2));
+        xp_destroy_xcirqueue(many);
     }
-    for (auto &producer : producers) producer.join();
-    xpxcq_shutdown(many);
-    for (auto &consumer : consumers) consumer.join();
-    EXPECT_EQ(sum, count * (count + 1));
-    xp_destroy_xcirqueue(many);
 }
 
 } // namespace
