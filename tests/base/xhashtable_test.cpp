@@ -6,6 +6,7 @@
 
 #include "support/harness.h"
 #include "support/items.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -288,18 +289,15 @@ int step(xp_xhashtable *table, std::mt19937 &random) {
 TEST(XHashTableThreads, KeepCountsAndSumsExact) {
     for (int i = 0; i < names; i++) snprintf(keys[i], sizeof keys[i], "key %d", i);
     for (const int mode : {XP_RWLOCK_NOPREF, XP_RWLOCK_WRITER_FIRST, XP_RWLOCK_WRITER_CLAIM})
-        for (const unsigned threads : {2u, 4u, 16u}) {
+        for (const int threads : harness::thread_counts) {
             xp_xhashtable table;
             xp_init_xhashtable(&table, 8, mode, buckets, nullptr, nullptr, nullptr, nullptr, new_checked, free);
             for (int i = 0; i < accounts; i++) xpxht_put(&table, keys[i], item_of(1000), -1);
             std::atomic<int> count = accounts;
-            std::vector<std::thread> running;
-            for (unsigned n = 0; n < threads; n++)
-                running.emplace_back([&, n] {
-                    std::mt19937 random(n);
-                    for (unsigned i = 0; i < 48'000 / threads; i++) count += step(&table, random);
-                });
-            for (auto &thread : running) thread.join();
+            harness::in_threads(threads, [&](int n) {
+                std::mt19937 random(static_cast<unsigned>(n));
+                for (int i = 0; i < 48'000 / threads; i++) count += step(&table, random);
+            });
             intptr_t total = 0;
             EXPECT_EQ(xpxht_count(&table), count);
             EXPECT_EQ(xpxht_enumerate(&table, sum_up, &total, 0), count);

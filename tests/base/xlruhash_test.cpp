@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "support/harness.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -365,7 +366,7 @@ int compare_and_yield(const void *a, const void *b) {
 }
 
 struct XLruHashThreads : testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(, XLruHashThreads, testing::Values(2, 4, 16));
+INSTANTIATE_TEST_SUITE_P(, XLruHashThreads, testing::ValuesIn(harness::thread_counts));
 
 TEST_P(XLruHashThreads, ShareATable) {
     constexpr int capacity = 10;
@@ -378,8 +379,8 @@ TEST_P(XLruHashThreads, ShareATable) {
             check(e.current->key, e.current->value);
         xp_close_xlruhashenum(&e);
     };
-    const auto work = [=](unsigned self) {
-        std::mt19937 random(self);
+    harness::in_threads(GetParam(), [=](int self) {
+        std::mt19937 random(static_cast<unsigned>(self));
         for (int n = 0; n < 48'000 / GetParam(); n++) {
             const std::string key = std::to_string(random() % 20 * (random() % 20));
             const char *const k = key.c_str();
@@ -403,10 +404,7 @@ TEST_P(XLruHashThreads, ShareATable) {
             if (what == 62 && n % 8 == 0) xpxlh_clear(t, 0);
             wrong += xpxlh_count(t) > capacity + 1; // one is on its way in
         }
-    };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < GetParam(); i++) threads.emplace_back(work, static_cast<unsigned>(i));
-    for (std::thread &thread : threads) thread.join();
+    });
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(held(*t), "000000000");
     int on_list = 0, in_buckets = xpxlh_enumerate(t, check_pair, nullptr, -1);

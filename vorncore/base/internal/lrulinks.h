@@ -60,8 +60,9 @@ struct lru_links {
         return reinterpret_cast<uint8_t *>(i)[offsetof(Item, bucket) + sizeof i->bucket];
     }
 
-    /// A copy hook may have stored another key than was searched for.
+    /// A copy hook may have stored another key than was searched for. Shared items are searched for without tags.
     static void set_tag(const xp_lruhash *table, const sought &k, Item *i) {
+        if constexpr (shared) return;
         tag_of(i) = table->key_copy && k.tag != sought::unknown ? sought_in(table, i->key).tag : k.tag;
     }
 

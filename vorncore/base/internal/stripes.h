@@ -5,7 +5,6 @@
 #pragma once
 
 #include "vorncore/base/array.h"
-#include "vorncore/base/internal/keyhash.h"
 #include "vorncore/io/rwlock.h"
 
 namespace vorncore {
@@ -69,16 +68,10 @@ class stripes {
         xpar_clear(result);
     }
 
-    uint32_t bucket_of(const void *key) const {
-        const auto count = static_cast<uint32_t>(table_->bucket_count);
-        if (table_->hash != xp_rotate_hashf) return table_->hash(key, count);
-        const auto *text = static_cast<const char *>(key);
-        return reduced(rotate_hash(text, text_length(text)), count);
-    }
-
   private:
     static constexpr uint32_t number_bits = 0x7FFFFFFF; // the top bit is the mark's
 
+    uint32_t bucket_of(const void *key) const { return table_->hash(key, static_cast<uint32_t>(table_->bucket_count)); }
     uint32_t slot_of(uint32_t bucket) const { return (bucket & number_bits) % slots_; }
     uint32_t marked(hold kind, uint32_t number) const {
         return (number & number_bits) | (kind == hold::write ? write_mark_ : 0);
