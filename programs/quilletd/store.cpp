@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "programs/quilletd/heldslot.h"
 #include "vorncore/base/xhashtable.h"
 #include "vorncore/base/xlruhash.h"
 
@@ -86,22 +87,6 @@ struct bounded_table {
     static constexpr auto enumerate = xpxlh_enumerate_ex;
     static constexpr auto count = xpxlh_count;
     static constexpr auto free_evicted = xpxlh_diet;
-};
-
-/// The slot of a key, held for as long as the object lives.
-template <class Record, class Number>
-class held_slot {
-  public:
-    held_slot(Record *table, const char *key, Number (*lock)(Record *, const void *), void (*unlock)(Record *, Number))
-        : bucket(lock(table, key)), table_(table), unlock_(unlock) {}
-    ~held_slot() { unlock_(table_, bucket); }
-    held_slot(const held_slot &) = delete;
-
-    const Number bucket;
-
-  private:
-    Record *table_;
-    void (*unlock_)(Record *, Number);
 };
 
 struct listing {

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "programs/quilletd/heldslot.h"
+
 namespace quilletd {
 
 namespace {
@@ -35,12 +37,8 @@ stores::~stores() {
 
 template <class Use>
 bool stores::use(const char *id, Use use) {
-    struct lock {
-        xp_xhashtable *table;
-        int bucket;
-        ~lock() { xpxht_read_unlock(table, bucket); }
-    } const held{&table_, xpxht_read_lock(&table_, id)};
-    store *const found = store_of(xpxht_get(&table_, id, held.bucket));
+    const held_slot slot(&table_, id, xpxht_read_lock, xpxht_read_unlock);
+    store *const found = store_of(xpxht_get(&table_, id, slot.bucket));
     if (found) use(*found);
     return found;
 }
@@ -62,19 +60,19 @@ std::string stores::create() {
 
 /// False when there is a store of that id.
 bool stores::insert(const std::string &id, store *made) {
-    const int bucket = xpxht_write_lock(&table_, id.c_str());
-    const bool taken = xpxht_contains(&table_, id.c_str(), bucket);
-    const bool put = !taken && xpxht_put(&table_, id.c_str(), made, bucket);
-    xpxht_write_unlock(&table_, bucket);
-    if (!put && !taken) throw std::bad_alloc();
-    return put;
+    const held_slot slot(&table_, id.c_str(), xpxht_write_lock, xpxht_write_unlock);
+    if (xpxht_contains(&table_, id.c_str(), slot.bucket)) return false;
+    if (!xpxht_put(&table_, id.c_str(), made, slot.bucket)) throw std::bad_alloc();
+    return true;
 }
 
 result stores::purge(const char *id) {
-    const int bucket = xpxht_write_lock(&table_, id);
-    const std::unique_ptr<store> gone(store_of(xpxht_get(&table_, id, bucket)));
-    xpxht_del(&table_, id, bucket);
-    xpxht_write_unlock(&table_, bucket);
+    std::unique_ptr<store> gone; // ends behind the lock
+    {
+        const held_slot slot(&table_, id, xpxht_write_lock, xpxht_write_unlock);
+        gone.reset(store_of(xpxht_get(&table_, id, slot.bucket)));
+        xpxht_del(&table_, id, slot.bucket);
+    }
     if (!gone) return result::no_store;
     evicted_ += gone->evicted();
     places_.give_back(1);

@@ -16,10 +16,9 @@ void play(const session &s) {
     harness::scripted_peer gateway(harness::scripted_peer::transport::tcp);
     for (const auto &[request, reply] : s.script) gateway.expect(request).send(reply);
     gateway.start();
-    std::string command = s.command, output;
-    for (size_t i; (i = command.find('@')) != std::string::npos;) command.replace(i, 1, "./vorn sql");
-    for (size_t i; (i = command.find('#')) != std::string::npos;)
-        command.replace(i, 1, "127.0.0.1:" + std::to_string(gateway.port()));
+    std::string output;
+    const std::string command = harness::replaced(harness::replaced(s.command, "@", "./vorn sql"), "#",
+                                                  "127.0.0.1:" + std::to_string(gateway.port()));
     EXPECT_EQ(harness::run(command, &output), s.code);
     EXPECT_EQ(output, s.output);
 }
