@@ -30,8 +30,8 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
         if (xp_array *const children = node->children) {
             if (children->count) {
                 auto *const child = static_cast<xp_xmlnode *>(children->items[--children->count]);
-                // Blocks were cut in document order, so those to come lie before this one. An address is all it takes.
-                __builtin_prefetch(reinterpret_cast<const char *>(child) - 2048);
+                // Blocks were cut in document order, so those to come lie before this one.
+                prefetch<parent_block>(reinterpret_cast<const char *>(child) - blocks_ahead);
                 child->parent = node;
                 node = child;
                 continue;
