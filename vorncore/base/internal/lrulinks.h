@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "vorncore/base/internal/hashchain.h"
+#include "vorncore/base/internal/keypairs.h"
 #include "vorncore/base/internal/ring.h"
 #include "vorncore/base/lruhash.h"
 
