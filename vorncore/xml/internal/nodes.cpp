@@ -4,13 +4,11 @@ namespace vorncore {
 
 xp_array *create_children() { return xp_create_array(initial_children, nullptr, nullptr); }
 
-bool append_child(xp_array *children, xp_xmlnode *child) { return xpar_insert(children, children->count, child); }
-
 static void free_children(xp_xmlnode *node) {
-    if (node->children == &parent_block::of(node)->children.array)
-        xp_close_array(node->children);
-    else
+    if (node->children != &parent_block::of(node)->children.array)
         xp_destroy_array(node->children);
+    else if (!is_in_room(node->children))
+        xp_close_array(node->children);
 }
 
 static void free_attributes(xp_hashtable *attributes, block_release &release) {
@@ -30,8 +28,9 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
         if (xp_array *const children = node->children) {
             if (children->count) {
                 auto *const child = static_cast<xp_xmlnode *>(children->items[--children->count]);
-                // Blocks were cut in document order, so those to come lie before this one.
+                // Blocks were cut in document order: the siblings to come lie before this one, what is below it behind.
                 prefetch<parent_block>(reinterpret_cast<const char *>(child) - blocks_ahead);
+                prefetch<parent_block>(reinterpret_cast<const char *>(child) + blocks_ahead);
                 child->parent = node;
                 node = child;
                 continue;

@@ -42,8 +42,12 @@ static_assert(offsetof(parent_block, offset) == offsetof(leaf_block, offset));
 static_assert(offsetof(parent_block, children) % 16 == 8, "blocks lie 8 behind a multiple of 16, arrays at one");
 
 xp_array *create_children();
-/// False when memory is short.
-bool append_child(xp_array *children, xp_xmlnode *child);
+/// False when memory is short. Arrays of children have no hooks.
+inline bool append_child(xp_array *children, xp_xmlnode *child) {
+    if (children->count >= children->capacity) return xpar_insert(children, children->count, child);
+    children->items[children->count++] = child;
+    return true;
+}
 
 /// Frees all that is below a node; its own record stays.
 void free_contents(xp_xmlnode *node);
