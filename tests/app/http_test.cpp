@@ -194,7 +194,7 @@ TEST(Http, TheMaximumLengthTakesHoldWithTheBuffer) {
     for (const auto &[limit, raised, sent, kept] : steps) {
         xphttp_set_response_maxlength(&client, limit);
         EXPECT_EQ(!client.resp_body, raised) << "a lower limit, or none, leaves the buffer as it is";
-        EXPECT_EQ(client.run({head + "\r\n" + sent}), 1);
+        EXPECT_EQ(client.run({std::string(head).append("\r\n").append(sent)}), 1);
         EXPECT_EQ(client.body(), kept) << limit;
         EXPECT_EQ(client.pool.count, 5) << "buffers do not pile up";
     }
