@@ -12,56 +12,47 @@ using namespace harness;
 
 namespace {
 
-struct RpUtil : testing::Test {
-    RpUtil() { xp_init_respool(&rp); }
-    ~RpUtil() override { xp_close_respool(&rp); }
-
+TEST(RpUtil, OpensCloseOnExecAndLoadsWholeFilesOrSaysWhyNot) {
     const temporary_folder folder;
-    const std::string path = folder.path() + "/file";
+    const std::string path = folder.path() + "/file", long_mode(100, 'r');
     const char *const name = path.c_str();
     xp_respool rp;
-};
-
-TEST_F(RpUtil, OpensCloseOnExecIntoThePool) {
+    xp_init_respool(&rp);
     EXPECT_EQ(fcntl(xprp_open(&rp, name, O_WRONLY | O_CREAT, 0600), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{0600});
-    const std::pair<std::string, int> modes[] = {
-        {"w", FD_CLOEXEC}, {"r+", FD_CLOEXEC}, {"rb", FD_CLOEXEC}, {"", -EINVAL}, {std::string(100, 'r'), -EINVAL}};
-    for (const auto &[mode, flags] : modes) {
-        FILE *file = xprp_fopen(&rp, name, mode.c_str());
-        EXPECT_EQ(file ? fcntl(fileno(file), F_GETFD) : -errno, flags) << mode;
+    for (const char *mode : {"w", "r+", "rb", long_mode.c_str(), ""}) {
+        errno = 0;
+        FILE *file = xprp_fopen(&rp, name, mode);
+        const int expected = mode == long_mode || !*mode ? -EINVAL : FD_CLOEXEC;
+        EXPECT_EQ(file ? fcntl(fileno(file), F_GETFD) : -errno, expected) << mode;
+    }
+    xp_filedata data{};
+    for (const std::string &content : {std::string(), std::string("a\0b", 3)}) {
+        folder.write("file", content);
+        const fault_io slow(call::read, 0, 0); // a byte at a time
+        EXPECT_EQ(xprp_load_file(&rp, name, &data), 1);
+        EXPECT_EQ(std::string(data.data, data.length + 1), content + '\0');
+        EXPECT_EQ(xprp_search(&rp, data.data), xprp_last_index(&rp));
     }
     EXPECT_EQ(xprp_open(&rp, "/absent", O_RDONLY, 0), -1);
-    EXPECT_EQ(rp.count, 4);
-}
-
-TEST_F(RpUtil, LoadsWholeFilesOrSaysWhyNot) {
-    xp_filedata data{};
-    for (const std::string &content : {std::string("0123456789"), std::string(), std::string("a\0b", 3)}) {
-        folder.write("file", content);
-        const int count = rp.count;
-        const fault_io slow(call::read, 0, 0); // a byte at a time
-        ASSERT_EQ(xprp_load_file(&rp, name, &data), 1);
-        EXPECT_EQ(std::string(data.data, data.length + 1), content + '\0');
-        EXPECT_TRUE(xprp_search(&rp, data.data) == count && rp.count == count + 1);
-    }
-    log_lines log;
-    const auto expect_failure = [&, last = data.data](const std::string &file, const std::string &message) {
-        EXPECT_EQ(xprp_load_file(&rp, file.c_str(), &data), 0);
-        EXPECT_TRUE(data.data == last && data.length == 3 && rp.count == 3);
-        EXPECT_EQ(log.take(), "|RUTL|vorncore/app/rputil.cpp: " + message + '\n');
-    };
-    expect_failure("/absent", "stat(/absent) : 2 No such file or directory");
-    expect_failure("/dev", "</dev> is not a regular file.");
+    const char *const last = data.data;
     const fault_io broken(call::read, 1, EIO);
-    expect_failure(path, "xp_read_all(" + path + ") : IOERROR_READ (5=Input/output error)");
+    const std::string failures[][2] = {{"/absent", "stat(/absent) : 2 No such file or directory"},
+                                       {"/dev", "</dev> is not a regular file."},
+                                       {path, "xp_read_all(" + path + ") : IOERROR_READ (5=Input/output error)"}};
+    for (const auto &[file, message] : failures) {
+        log_lines log;
+        EXPECT_EQ(xprp_load_file(&rp, file.c_str(), &data), 0);
+        EXPECT_TRUE(data.data == last && data.length == 3 && rp.count == 6) << "4 open files, 2 loaded ones";
+        EXPECT_EQ(log.take(), "|RUTL|vorncore/app/rputil.cpp: " + message + '\n');
+    }
+    xp_close_respool(&rp);
 }
 
-TEST_F(RpUtil, FailedAllocationsLeaveNothingOpen) {
-    folder.write("file", "content");
+TEST(RpUtil, FailedAllocationsLeaveNothingOpen) {
+    const char *const name = "/proc/self/exe"; // a regular file
     log_lines log;
-    for (const int entries :
-         {14, 15, 16}) // the pool grows at a file, at the descriptor of the loaded one, at its block
+    for (const int entries : {14, 15, 16}) // the pool grows at a file, at a descriptor, at a block
         oom_sweep([&] {
             xp_respool *pool = xp_create_respool();
             if (!pool) return;
@@ -71,7 +62,7 @@ TEST_F(RpUtil, FailedAllocationsLeaveNothingOpen) {
             EXPECT_EQ(pool->count, entries + loaded + opened + (xprp_fopen(pool, name, "r") != nullptr));
             xp_destroy_respool(pool);
         });
-    EXPECT_EQ(log.take(), "|RUTL|vorncore/app/rputil.cpp: open(" + path + ") : 12 Cannot allocate memory\n");
+    EXPECT_EQ(log.take(), "|RUTL|vorncore/app/rputil.cpp: open(/proc/self/exe) : 12 Cannot allocate memory\n");
 }
 
 } // namespace
