@@ -1,9 +1,9 @@
 #include "vorncore/app/http.h"
 
 #include "support/fault.h"
+#include "support/folder.h"
 #include "support/harness.h"
 #include "support/peer.h"
-#include "support/servers.h"
 
 namespace {
 
@@ -241,24 +241,6 @@ TEST(Http, MemoryShortnessFailsTheRequestOnly) {
         EXPECT_TRUE(done == 0 || strcmp(xpmb_tostr(client->resp_body), "ok") == 0);
         xp_destroy_http(client);
     });
-}
-
-TEST(Http, NginxIsUnderstood) {
-    if (harness::find_program("nginx").empty()) GTEST_SKIP() << "needs nginx";
-    const harness::nginx web("location /chunks { ssi on; ssi_types *; }\n"
-                             "location /old { add_header Set-Cookie 'hop=a%20b; path=/'; return 302 http://@/new?x; }\n"
-                             "location /new { return 200 '$request_method $host $args $cookie_hop'; }\n");
-    std::string bytes(16 << 20, '\0');
-    std::generate(bytes.begin(), bytes.end(), std::mt19937(1));
-    for (const char *name : {"file", "chunks"}) web.folder().write(name, bytes);
-    test_client client;
-    client.max_redirects = 1;
-    xphttp_set_proxy(&client, "127.0.0.1", web.port());
-    for (const auto &[path, body] : {std::pair("file", bytes), {"chunks", bytes}, {"old", "GET 127.0.0.1 x a+b"}}) {
-        client.resp_stream = *path == 'c' ? xpio_ostream(client.stream) : nullptr;
-        EXPECT_EQ(xphttp_get(&client, ("http://far/"s + path).c_str(), nullptr), 1) << client.errmsg;
-        EXPECT_TRUE(client.body() == body) << path;
-    }
 }
 
 } // namespace
