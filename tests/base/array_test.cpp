@@ -15,7 +15,7 @@ intptr_t number_in(const void *slot) { return *static_cast<const intptr_t *>(slo
 void copy_one_more(void *slot, const void *source) { *static_cast<intptr_t *>(slot) = number_in(source) + 1; }
 void record_number_in(void *slot) { released.push_back(number_in(slot)); }
 
-int comparisons;
+unsigned comparisons;
 template <auto Number, intptr_t unit>
 int by(const void *a, const void *b) {
     comparisons++;
@@ -101,24 +101,21 @@ TEST(Arrays, BehaveLikeAVectorUnderRandomOperations) {
 // transcription of the algorithm in another language.
 TEST(Array, SortKeepsItsComparisonsAndItsOrderOfEqualItems) {
     const struct {
-        int count;
-        unsigned keys;
-        int comparisons;
-        uint32_t order;
+        unsigned items, keys, comparisons, order;
     } cases[] = {{20, 5, 51, 2806115638}, {500, 37, 2538, 652668284}, {5000, 100'000, 69896, 2462821448}};
     for (const auto &c : cases) {
         xp_array array;
         xp_init_array(&array, 8, nullptr, nullptr);
         uint32_t random = 12345, order = 0;
-        for (int i = 0; i < c.count; i++) {
+        for (unsigned i = 0; i < c.items; i++) {
             random = (random * 1103515245 + 12345) & 0x7FFFFFFF;
             xpar_add(&array, item_of(static_cast<intptr_t>((random >> 8) % c.keys) << 16 | i));
         }
         comparisons = 0;
         xpar_sort(&array, by<number, 1 << 16>);
-        EXPECT_EQ(comparisons, c.comparisons) << c.count << " items";
+        EXPECT_EQ(comparisons, c.comparisons) << c.items << " items";
         for (const intptr_t item : contents(array.items, array.count)) order = order * 31 + static_cast<uint32_t>(item);
-        EXPECT_EQ(order, c.order) << c.count << " items";
+        EXPECT_EQ(order, c.order) << c.items << " items";
         xp_close_array(&array);
     }
 }

@@ -1,7 +1,5 @@
 #include "vorncore/base/ptrbag.h"
 
-#include <map>
-
 #include "support/harness.h"
 #include "support/items.h"
 
@@ -9,67 +7,61 @@ using namespace harness;
 
 namespace {
 
-// The model: which slots hold what, and the free slots in the order of their deletion.
+constexpr intptr_t none = -1; // in a slot that is free
+
+// The model: what the used slots hold, and the free ones in the order of their deletion.
 TEST(PtrBag, HandsOutSlotsLikeItsModelUnderRandomOperations) {
     std::mt19937 random(1);
-    std::map<int, intptr_t> model;
-    std::vector<int> free_slots;
-    numbers gone;
+    numbers model, gone, free_slots;
     int capacity = 2;
     xp_ptrbag *bag;
-    xp_ptrbagenum *e; // at the end but for the deletion of what it stands at
-    oom_sweep([&] { bag = xp_create_ptrbag(capacity, one_more, record_release); });
-    oom_sweep([&] { e = xp_create_ptrbagenum(bag); });
+    oom_sweep([&] { bag = xp_create_ptrbag(2, one_more, record_release); });
+    xp_ptrbagenum *e = xp_create_ptrbagenum(bag); // at the end but for the deletion of what it stands at
     for (int step = 0; step < 20'000; step++) {
-        if (const auto choice = random() % 100; choice == 0) {
+        const auto choice = random() % 100;
+        const int used = static_cast<int>(model.size()), slot = static_cast<int>(random() % (model.size() + 1));
+        const auto place = model.begin() + slot;
+        if (choice == 0) {
             xppb_clear(bag);
-            for (const auto &[slot, n] : model) gone.push_back(n);
+            std::remove_copy(model.begin(), model.end(), std::back_inserter(gone), none);
             model.clear(), free_slots.clear();
-        } else if (choice < 58 || model.empty()) {
-            const intptr_t n = static_cast<intptr_t>(random() % 3) - 1; // stored as null, too
-            int expected = static_cast<int>(model.size());
-            if (!free_slots.empty()) expected = free_slots.back(), free_slots.pop_back();
-            const fail_allocation failure(step % 4 == 0);
-            const int slot = xppb_add(bag, item_of(n));
-            ASSERT_EQ(slot, failure.fired() ? -1 : expected) << "step " << step;
-            if (slot >= 0) model[slot] = n + 1;
-        } else {
-            const auto victim = std::next(model.begin(), static_cast<ptrdiff_t>(random() % model.size()));
-            free_slots.push_back(victim->first);
-            EXPECT_TRUE(choice < 80 || xppb_forget(bag, victim->first) == bag);
-            if (choice < 80) gone.push_back(victim->second);
-            if (choice < 70) xppb_del(bag, victim->first);
-            if (choice >= 70 && choice < 80) {
-                const auto next = std::next(victim);
-                e->index = victim->first;
-                ASSERT_EQ(xppbe_del(e), next != model.end());
-                ASSERT_TRUE(next == model.end() || e->index == next->first);
-            }
-            model.erase(victim);
+        } else if (choice < 50) {
+            const intptr_t n = random() % 3, expected = free_slots.empty() ? used : free_slots.back(); // null, too
+            const fail_allocation failure(step % 2);
+            const int added = xppb_add(bag, item_of(n - 1));
+            ASSERT_EQ(added, failure.fired() ? -1 : expected) << "step " << step;
+            if (expected < used) free_slots.pop_back(), model[static_cast<size_t>(expected)] = n;
+            if (added == used) model.push_back(n);
+        } else if (slot < used && *place != none) {
+            if (choice >= 60) gone.push_back(*place);
+            *place = none, free_slots.push_back(slot), e->index = slot;
+            const auto next = std::find_if(place, model.end(), [](intptr_t n) { return n != none; });
+            if (choice < 60) bag = xppb_forget(bag, slot);
+            if (choice >= 60 && choice < 80) xppb_del(bag, slot);
+            const int more = choice < 80 || xppbe_del(e);
+            ASSERT_TRUE(choice < 80 || (more == (next != model.end()) && e->index == next - model.begin()));
         }
-        ASSERT_EQ(bag->count, std::ssize(model));
-        ASSERT_EQ(bag->used, std::ssize(model) + std::ssize(free_slots));
-        ASSERT_EQ(bag->capacity, capacity = bag->used > capacity ? 2 * capacity : capacity);
-        for (int slot = 0; slot < bag->used; slot++) {
-            void *item = nullptr;
-            ASSERT_EQ(xppb_get(bag, slot, &item), static_cast<int>(model.count(slot))) << "step " << step;
-            ASSERT_TRUE(!model.count(slot) || item == item_of(model[slot]));
-        }
-        while (xppbe_next(e)) {
-        }
+        numbers contents, forth, back;
+        while (xppbe_next(e)) continue;
+        while (xppbe_prev(e)) back.insert(back.begin(), e->index);
+        ASSERT_EQ(xppbe_prev(e), 0) << "the front stays the front";
+        while (xppbe_next(e)) forth.push_back(e->index);
         ASSERT_EQ(xppbe_next(e), 0) << "the end stays the end";
-        for (auto slot = model.rbegin(); slot != model.rend(); ++slot)
-            ASSERT_TRUE(xppbe_prev(e) && e->index == slot->first) << "step " << step;
-        ASSERT_EQ(xppbe_prev(e) + xppbe_prev(e), 0);
-        for (const auto &[slot, n] : model) ASSERT_TRUE(xppbe_next(e) && e->index == slot) << "step " << step;
-        ASSERT_EQ(released, gone);
-        released.clear(), gone.clear();
+        for (int i = 0; i < bag->used; i++) {
+            void *item = item_of(none);
+            ASSERT_EQ(xppb_get(bag, i, &item), std::count(forth.begin(), forth.end(), i));
+            contents.push_back(number(item));
+        }
+        if (std::ssize(model) > capacity) capacity *= 2;
+        ASSERT_EQ(contents, model) << "step " << step;
+        ASSERT_TRUE(back == forth && bag->capacity == capacity && bag->count == std::ssize(forth)) << "step " << step;
+        ASSERT_EQ(std::exchange(released, {}), std::exchange(gone, {})) << "step " << step;
     }
-    for (const auto content : {bag->slots + bag->capacity, bag->slots - 1, bag->slots, bag->slots + bag->capacity - 1})
-        EXPECT_EQ(xppb_is_valid_item(bag, content), content < bag->slots || content >= bag->slots + bag->capacity);
+    for (const auto content : {bag->slots - 1, bag->slots, bag->slots + capacity - 1, bag->slots + capacity})
+        EXPECT_EQ(xppb_is_valid_item(bag, content), content < bag->slots || content >= bag->slots + capacity);
     xp_destroy_ptrbagenum(e);
     xp_destroy_ptrbag(bag);
-    EXPECT_EQ(released.size(), model.size());
+    EXPECT_EQ(std::ssize(released), std::ssize(model) - std::ssize(free_slots));
 }
 
 } // namespace

@@ -14,40 +14,35 @@ namespace {
 TEST(ResPool, ReleasesLikeItsModelUnderRandomOperations) {
     std::mt19937 random(1);
     numbers model, gone; // -1 stands for an empty entry
-    const auto empty = [&](int index, bool release) {
-        const auto at = static_cast<size_t>(index);
-        if (at >= model.size() || model[at] == -1) return 0;
-        if (release) gone.push_back(model[at]);
-        return model[at] = -1, 1;
-    };
-    const auto pop = [&] {
-        const int owned = empty(static_cast<int>(model.size()) - 1, true);
-        return model.pop_back(), owned;
+    const auto leave = [&](int index, bool release) {
+        const intptr_t n =
+            index < 0 || index >= std::ssize(model) ? -1 : std::exchange(model[static_cast<size_t>(index)], -1);
+        if (n >= 0 && release) gone.push_back(n);
+        return n >= 0;
     };
     xp_respool *rp = xp_create_respool();
     for (int step = 0; step < 20'000; step++) {
         const auto n = static_cast<intptr_t>(random() % 20); // some values are there twice, some are null
-        const int index = static_cast<int>(random() % (model.size() + 3)) - 1;
+        const int top = static_cast<int>(model.size()) - 1, index = static_cast<int>(random() % (model.size() + 3)) - 1;
         const int found = static_cast<int>(model.rend() - std::find(model.rbegin(), model.rend(), n)) - 1;
         ASSERT_EQ(xprp_search(rp, item_of(n)), found);
-        int result = 0, expected = 0;
-        const auto choice = random() % 20;
-        if (choice == 0) result = xprp_free(rp, index), expected = empty(index, true);
-        if (choice == 1) result = xprp_forget(rp, index), expected = empty(index, false);
-        if (choice == 2) result = xprp_free_obj(rp, item_of(n)), expected = empty(found, true);
-        if (choice == 3) result = xprp_forget_obj(rp, item_of(n)), expected = empty(found, false);
-        if (choice >= 4 && choice < 7)
-            for (result = xprp_pop(rp); !model.empty() && !expected;) expected = pop();
-        if (choice == 7) {
-            const int mark = model.size() > 40 ? -7 : std::max(index, index * 3 / 4);
-            while (std::ssize(model) - 1 > std::max(mark, -1)) pop();
-            xprp_pop_ex(rp, mark);
+        int result = 0, expected = 0, mark = top;
+        const auto choice = random() % 16;
+        if (choice == 0) result = xprp_free(rp, index), expected = leave(index, true);
+        if (choice == 1) result = xprp_forget(rp, index), expected = leave(index, false);
+        if (choice == 2) result = xprp_free_obj(rp, item_of(n)), expected = leave(found, true);
+        if (choice == 3) result = xprp_forget_obj(rp, item_of(n)), expected = leave(found, false);
+        if (choice == 4) {
+            result = xprp_pop(rp);
+            for (; mark >= 0 && !expected; mark--) expected = model[mark] >= 0;
         }
-        if (choice > 7) model.push_back(number(xprp_add(rp, item_of(n), record_release)));
+        if (choice == 5) xprp_pop_ex(rp, mark = top > 40 ? -7 : std::max(index, index * 3 / 4));
+        for (; std::ssize(model) - 1 > std::max(mark, -1); model.pop_back()) leave(std::ssize(model) - 1, true);
+        if (choice > 5) model.push_back(number(xprp_add(rp, item_of(n), record_release)));
         ASSERT_TRUE(result == expected && xprp_last_index(rp) == std::ssize(model) - 1 && released == gone) << step;
     }
-    while (!model.empty()) pop();
     xp_destroy_respool(rp);
+    std::remove_copy(model.rbegin(), model.rend(), std::back_inserter(gone), -1);
     EXPECT_EQ(released, gone);
 }
 
