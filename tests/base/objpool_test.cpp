@@ -114,9 +114,8 @@ TEST(XObjPool, MeasuresWhatIsCachedAndTakesZeroForUnset) {
     }
 }
 
-std::atomic<int> alive;
-
 TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
+    static std::atomic<int> alive;
     xp_xobjpool *op =
         xp_create_xobjpool([]() -> void * { return alive++, new int; },
                            [](void *object) { alive--, delete static_cast<int *>(object); }, nullptr, nullptr);
