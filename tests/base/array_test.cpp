@@ -98,11 +98,16 @@ TEST(Arrays, BehaveLikeAVectorUnderRandomOperations) {
 }
 
 // Items are key << 16 | index, so that equal keys stay told apart. The expected figures come from an independent
-// transcription of the algorithm in another language.
-TEST(Array, SortKeepsItsComparisonsAndItsOrderOfEqualItems) {
+// transcription of the algorithms in another language.
+TEST(Array, SortAndSearchKeepTheirComparisonsAndTheirChoiceAmongEqualItems) {
     const struct {
         unsigned items, keys, comparisons, order;
-    } cases[] = {{20, 5, 51, 2806115638}, {500, 37, 2538, 652668284}, {5000, 100'000, 69896, 2462821448}};
+        int found; // of key 0: in up to five items the first
+    } cases[] = {{5, 1, 4, 31810, 0},
+                 {6, 1, 5, 986115, 3},
+                 {20, 5, 51, 2806115638, 5},
+                 {500, 37, 2538, 652668284, 7},
+                 {5000, 100'000, 69896, 2462821448, -1}};
     for (const auto &c : cases) {
         xp_array array;
         xp_init_array(&array, 8, nullptr, nullptr);
@@ -116,18 +121,9 @@ TEST(Array, SortKeepsItsComparisonsAndItsOrderOfEqualItems) {
         EXPECT_EQ(comparisons, c.comparisons) << c.items << " items";
         for (const intptr_t item : contents(array.items, array.count)) order = order * 31 + static_cast<uint32_t>(item);
         EXPECT_EQ(order, c.order) << c.items << " items";
+        EXPECT_EQ(xpar_bsearch(&array, item_of(0), by<number, 1 << 16>), c.found) << c.items << " items";
         xp_close_array(&array);
     }
-}
-
-TEST(Array, BinarySearchHalvesFromSixItemsOn) {
-    xp_array array;
-    xp_init_array(&array, 1, nullptr, nullptr);
-    for (const intptr_t n : {1, 2, 2, 2, 2, 3}) xpar_add(&array, item_of(n));
-    EXPECT_EQ(xpar_bsearch(&array, item_of(2), by<number, 1>), 3);
-    xpar_del(&array, 5);
-    EXPECT_EQ(xpar_bsearch(&array, item_of(2), by<number, 1>), 1) << "of five, the first";
-    xp_close_array(&array);
 }
 
 // What the cuts are is compared with a plain splitter by tokenize_fuzz.
