@@ -7,61 +7,51 @@ using namespace harness;
 
 namespace {
 
-constexpr intptr_t none = -1; // in a slot that is free
+/// The occupied slots, in both directions; at both ends an enumerator stays where it is.
+numbers walk(xp_ptrbag *bag) {
+    numbers forth, back;
+    xp_ptrbagenum *e = xp_create_ptrbagenum(bag);
+    while (xppbe_next(e)) forth.push_back(e->index);
+    EXPECT_EQ(xppbe_next(e), 0);
+    while (xppbe_prev(e)) back.insert(back.begin(), e->index);
+    EXPECT_EQ(xppbe_prev(e), 0);
+    EXPECT_EQ(e->index, -1);
+    EXPECT_EQ(forth, back);
+    xp_destroy_ptrbagenum(e);
+    return forth;
+}
 
-// The model: what the used slots hold, and the free ones in the order of their deletion.
-TEST(PtrBag, HandsOutSlotsLikeItsModelUnderRandomOperations) {
-    std::mt19937 random(1);
-    numbers model, gone, free_slots;
-    int capacity = 2;
+// Items are one more than what was given.
+TEST(PtrBag, HandsOutTheSlotFreedLastAndDoublesWhenNoneIsFree) {
     xp_ptrbag *bag;
     oom_sweep([&] { bag = xp_create_ptrbag(2, one_more, record_release); });
-    xp_ptrbagenum *e = xp_create_ptrbagenum(bag); // at the end but for the deletion of what it stands at
-    for (int step = 0; step < 20'000; step++) {
-        const auto choice = random() % 100;
-        const int used = static_cast<int>(model.size()), slot = static_cast<int>(random() % (model.size() + 1));
-        const auto place = model.begin() + slot;
-        if (choice == 0) {
-            xppb_clear(bag);
-            std::remove_copy(model.begin(), model.end(), std::back_inserter(gone), none);
-            model.clear(), free_slots.clear();
-        } else if (choice < 50) {
-            const intptr_t n = random() % 3, expected = free_slots.empty() ? used : free_slots.back(); // null, too
-            const fail_allocation failure(step % 2);
-            const int added = xppb_add(bag, item_of(n - 1));
-            ASSERT_EQ(added, failure.fired() ? -1 : expected) << "step " << step;
-            if (expected < used) free_slots.pop_back(), model[static_cast<size_t>(expected)] = n;
-            if (added == used) model.push_back(n);
-        } else if (slot < used && *place != none) {
-            if (choice >= 60) gone.push_back(*place);
-            *place = none, free_slots.push_back(slot), e->index = slot;
-            const auto next = std::find_if(place, model.end(), [](intptr_t n) { return n != none; });
-            if (choice < 60) bag = xppb_forget(bag, slot);
-            if (choice >= 60 && choice < 80) xppb_del(bag, slot);
-            const int more = choice < 80 || xppbe_del(e);
-            ASSERT_TRUE(choice < 80 || (more == (next != model.end()) && e->index == next - model.begin()));
-        }
-        numbers contents, forth, back;
-        while (xppbe_next(e)) continue;
-        while (xppbe_prev(e)) back.insert(back.begin(), e->index);
-        ASSERT_EQ(xppbe_prev(e), 0) << "the front stays the front";
-        while (xppbe_next(e)) forth.push_back(e->index);
-        ASSERT_EQ(xppbe_next(e), 0) << "the end stays the end";
-        for (int i = 0; i < bag->used; i++) {
-            void *item = item_of(none);
-            ASSERT_EQ(xppb_get(bag, i, &item), std::count(forth.begin(), forth.end(), i));
-            contents.push_back(number(item));
-        }
-        if (std::ssize(model) > capacity) capacity *= 2;
-        ASSERT_EQ(contents, model) << "step " << step;
-        ASSERT_TRUE(back == forth && bag->capacity == capacity && bag->count == std::ssize(forth)) << "step " << step;
-        ASSERT_EQ(std::exchange(released, {}), std::exchange(gone, {})) << "step " << step;
+    const auto add = [&](intptr_t n) { return xppb_add(bag, item_of(n - 1)); };
+    EXPECT_EQ((numbers{add(5), add(0)}), (numbers{0, 1})) << "null is an item, too";
+    {
+        const fail_allocation failure(1);
+        EXPECT_EQ(add(6), -1);
     }
-    for (const auto content : {bag->slots - 1, bag->slots, bag->slots + capacity - 1, bag->slots + capacity})
-        EXPECT_EQ(xppb_is_valid_item(bag, content), content < bag->slots || content >= bag->slots + capacity);
-    xp_destroy_ptrbagenum(e);
+    EXPECT_EQ((numbers{bag->count, bag->used, bag->capacity}), (numbers{2, 2, 2}));
+    EXPECT_EQ((numbers{add(6), bag->capacity}), (numbers{2, 4}));
+    EXPECT_EQ(walk(bag), (numbers{0, 1, 2}));
+    xppb_del(bag, 0), xppb_del(xppb_forget(bag, 2), 1);
+    EXPECT_EQ(walk(bag), numbers());
+    EXPECT_EQ((numbers{add(1), add(2), add(3), add(4), add(7)}), (numbers{1, 2, 0, 3, 4}));
+    xppb_del(bag, 3);
+    EXPECT_EQ(walk(bag), (numbers{0, 1, 2, 4}));
+    EXPECT_EQ((numbers{bag->count, bag->used, bag->capacity}), (numbers{4, 5, 8}));
+    void *item = bag;
+    EXPECT_TRUE(!xppb_get(bag, 3, &item) && item == bag && xppb_get(bag, 4, &item) && item == item_of(7));
+    xp_ptrbagenum e{bag, 2};
+    EXPECT_TRUE(xppbe_del(&e) && e.index == 4 && !xppbe_del(&e));
+    EXPECT_EQ(std::exchange(released, {}), (numbers{5, 0, 4, 2, 7}));
+    xppb_clear(bag);
+    EXPECT_EQ(std::exchange(released, {}), (numbers{3, 1})) << "in the order of their slots";
+    EXPECT_EQ((numbers{xppbe_prev(&e), bag->count, bag->capacity, add(8)}), (numbers{0, 0, 8, 0}));
+    for (const auto content : {bag->slots - 1, bag->slots, bag->slots + 7, bag->slots + 8})
+        EXPECT_EQ(xppb_is_valid_item(bag, content), content < bag->slots || content >= bag->slots + 8);
     xp_destroy_ptrbag(bag);
-    EXPECT_EQ(std::ssize(released), std::ssize(model) - std::ssize(free_slots));
+    EXPECT_EQ(released, numbers{8});
 }
 
 } // namespace
