@@ -128,12 +128,13 @@ TEST(Array, SortAndSearchKeepTheirComparisonsAndTheirChoiceAmongEqualItems) {
 
 // What the cuts are is compared with a plain splitter by tokenize_fuzz.
 TEST(Array, TokenizeLooksAtEntryOneOfATableFirst) {
-    char text[] = "a;b\x01z", table[256] = {1}; // entry 1 is zero: taken as the text "\x01"
-    table[';'] = 1;
+    char text[] = "a;b\x01z";
+    std::string table(256, '\0'); // entry 1 is zero: taken as the text "\x01"
+    table[0] = table[';'] = 1;
     xp_array array;
     xp_init_array(&array, 1, nullptr, nullptr);
     xpar_tokenize(&array, nullptr, ",", 0);
-    xpar_tokenize(&array, text, table, XP_TOKENIZE_TABLE);
+    xpar_tokenize(&array, text, table.data(), XP_TOKENIZE_TABLE);
     EXPECT_EQ(contents(array.items, array.count), (numbers{number(text), number(text + 4)}));
     xp_close_array(&array);
 }
