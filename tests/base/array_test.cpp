@@ -85,6 +85,7 @@ TEST(Arrays, BehaveLikeAVectorUnderRandomOperations) {
         alignas(16) vorncore::array_with_room<2> block;
         xp_array *array = block.init();
         xpar_add(array, "1"), xpar_add(array, "2");
+        EXPECT_EQ((fail_allocation(1), xpar_insert(array, 0, "0")), nullptr);
         EXPECT_EQ(array->items, block.room) << "there is room for both";
         xp_close_array(array), array = block.init();
         if (round % 2) oom_sweep([&] { array = xp_create_array(2, nullptr, nullptr); });
@@ -136,6 +137,7 @@ TEST(Array, TokenizeLooksAtEntryOneOfATableFirst) {
     xpar_tokenize(&array, nullptr, ",", 0);
     xpar_tokenize(&array, text, table.data(), XP_TOKENIZE_TABLE);
     EXPECT_EQ(contents(array.items, array.count), (numbers{number(text), number(text + 4)}));
+    xpar_del(&array, 0); // nothing releases it
     xp_close_array(&array);
 }
 

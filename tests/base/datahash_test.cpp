@@ -105,13 +105,15 @@ TEST(DataHash, BehavesLikeAMapOfWholeKeysUnderRandomOperations) {
             ASSERT_EQ(xpdh_get(&table, page.data()), pair.value);
             ASSERT_EQ(table.count, model.size());
         }
-        xp_datahashenum *const e = xp_create_datahashenum(&table);
-        while (xpdhe_next(e)) {
-            const std::string key(e->current->data, size);
-            EXPECT_EQ(e->bucket, hash ? 12 : naive_hash(key));
-            memcpy(&found[key], e->current->data + size, sizeof(int));
+        xp_datahashenum e, *const other = xp_create_datahashenum(&table);
+        for (xp_init_datahashenum(&e, &table); xpdhe_next(&e);) {
+            const std::string key(e.current->data, size);
+            EXPECT_EQ(e.bucket, hash ? 12 : naive_hash(key));
+            EXPECT_TRUE(xpdhe_next(other) && other->current == e.current);
+            memcpy(&found[key], e.current->data + size, sizeof(int));
         }
-        xp_destroy_datahashenum(e);
+        xp_close_datahashenum(&e);
+        xp_destroy_datahashenum(other);
         EXPECT_EQ(comparisons > 0, own_compare != nullptr);
         EXPECT_EQ(found, model) << "keys of " << size << " bytes";
         const xp_pair_fn go_on_if_given = [](void *argument, xp_pair *) { return argument ? 1 : 0; };
