@@ -1,7 +1,9 @@
+// The pools have most of their calls in common: one table of steps runs on all three.
 #include "vorncore/base/objpool.h"
 
 #include <atomic>
 #include <deque>
+#include <regex>
 
 #include "support/harness.h"
 #include "support/items.h"
@@ -11,87 +13,112 @@ using namespace harness;
 
 namespace {
 
-// Objects are numbers, 1, 2, 3, ... as they are made; the log tells what happened to which: Created, Destroyed, on its
-// way Out or In. Every entry of a locked pool says whether the lock was held.
-intptr_t last_made;
+// Objects are told apart by their index, 1, 2, 3, ... as they are made; the log says what happened to which: Created,
+// Destroyed, on its way Out or In, and for a pool with a lock whether it was held.
+intptr_t objects[20];
+int made;
+size_t size_asked;
 std::string events;
-xp_xobjpool locked;
-bool shared;
+pthread_mutex_t *mutex;
 
 template <char what>
 void log(void *object) {
-    events += what + std::to_string(number(object));
-    if (shared && pthread_mutex_trylock(&locked.mutex)) events += '!';
-    if (shared && events.back() != '!') pthread_mutex_unlock(&locked.mutex);
+    events += what + std::to_string(object ? static_cast<intptr_t *>(object) - objects : 0);
+    if (mutex && pthread_mutex_trylock(mutex)) events += '!';
+    if (mutex && events.back() != '!') pthread_mutex_unlock(mutex);
 }
-void *create() { return log<'C'>(item_of(++last_made)), item_of(last_made); }
+void *create() { return log<'C'>(&objects[++made]), &objects[made]; }
+void *create_block(size_t size) { return size_asked = size, create(); }
 
-// Steps: a allocates, f frees what was allocated first, d diets, a digit sets the limit, - (before 0) a negative one,
-// x frees an object 7 without memory for its node.
-void play(char step) {
-    static std::deque<void *> held;
-    xp_objpool *const op = &locked.pool;
-    const fail_allocation failure(step == 'x');
-    if (step == 'a') held.push_back(shared ? xpxop_alloc(&locked) : xpop_alloc(op));
-    if (step == 'x') held.push_front(item_of(7));
-    if (strchr("fx", step)) shared ? xpxop_free(&locked, held.front()) : xpop_free(op, held.front()), held.pop_front();
-    if (step == 'd') shared ? xpxop_diet(&locked) : xpop_diet(op);
-    if (step <= '9') shared ? xpxop_set_cache_max(&locked, step - '0') : xpop_set_cache_max(op, step - '0');
-}
+numbers counts(const xp_mempool *mp) { return {mp->in_use, mp->cached}; }
+numbers counts(const xp_objpool *op) { return {op->in_use, op->cached, op->nodes.in_use, op->nodes.cached}; }
+numbers counts(const xp_xobjpool *op) { return counts(&op->pool); }
 
-TEST(ObjPools, TellTheirProceduresInOrder) {
+// Steps: a allocates, f frees what was allocated first, d diets, a digit sets the limit, - a negative one,
+// x frees a null without memory for its node.
+template <auto Alloc, auto Free, auto Diet, auto SetMax, auto Destroy>
+void tell_in_order(auto *pool, const char *left_out) {
     const struct {
         std::string steps, events;
         numbers counts; // objects in use and cached, nodes in use and cached
-    } cases[] = {{"aaaa", "C1O1C2O2C3O3C4O4", {4, 0, 0, 0}},
-                 {"ffff", "I1I2I3I4", {0, 4, 4, 0}},
-                 {"a", "O4", {1, 3, 3, 1}},
-                 {"-2", "D3!", {1, 2, 2, 2}},
-                 {"f", "I4D4", {0, 2, 2, 2}},
-                 {"a0", "O2D1!", {1, 0, 0, 0}},
-                 {"fa", "I2D2C5O5", {1, 0, 0, 0}},
-                 {"9fx", "I5I7D7", {UINT32_MAX, 1, 1, 0}}, // over-freed: the count wraps
-                 {"d", "D5!", {UINT32_MAX, 0, 0, 0}}};
-    xp_destroy_objpool(xp_create_objpool(create, log<'D'>, nullptr, nullptr));
-    for (const bool other : {false, true}) {
-        last_made = 0;
-        xp_init_xobjpool(&locked, create, log<'D'>, log<'O'>, log<'I'>);
-        shared = other;
-        const xp_objpool &op = locked.pool;
-        for (const auto &c : cases) {
-            for (const char step : c.steps) play(step);
-            std::string expected = c.events;
-            if (!shared) std::erase(expected, '!');
-            EXPECT_EQ(std::exchange(events, {}), expected) << c.steps;
-            EXPECT_EQ((numbers{op.in_use, op.cached, op.nodes.in_use, op.nodes.cached}), c.counts) << c.steps;
+    } cases[] = {{"aaaaffffa", "C1O1C2O2C3O3C4O4I1I2I3I4O4", {1, 3, 3, 1}},
+                 {"2-", "D3!", {1, 2, 2, 2}},
+                 {"fa", "I4D4O2", {1, 1, 1, 2}},
+                 {"0fa", "D1!I2D2C5O5", {1, 0, 0, 0}},
+                 {"9fda", "I5D5!C6O6", {1, 0, 0, 0}},
+                 {"fx", "I6I0D0", {UINT32_MAX, 1, 1, 0}}}; // over-freed: the count wraps
+    std::deque<void *> held;
+    made = 0;
+    for (const auto &c : cases) {
+        for (const char step : c.steps) {
+            const fail_allocation failure(step == 'x');
+            if (step == 'a') held.push_back(Alloc(pool));
+            if (step == 'x') Free(pool, nullptr);
+            if (step == 'f') Free(pool, held.front()), held.pop_front();
+            if (step == 'd') Diet(pool);
+            if (step <= '9') SetMax(pool, step - '0');
         }
-        xp_close_xobjpool(&locked);
+        EXPECT_EQ(std::exchange(events, {}), std::regex_replace(c.events, std::regex(left_out), "")) << c.steps;
+        const numbers counted = counts(pool);
+        EXPECT_TRUE(std::equal(counted.begin(), counted.end(), c.counts.begin())) << c.steps;
     }
+    mutex = nullptr;
+    Destroy(pool);
+    EXPECT_EQ(std::exchange(events, {}), "D6");
+}
+
+TEST(Pools, TellTheirProceduresInOrder) {
+    tell_in_order<xpop_alloc, xpop_free, xpop_diet, xpop_set_cache_max, xp_destroy_objpool>(
+        xp_create_objpool(create, log<'D'>, log<'O'>, log<'I'>), "!");
+    xp_xobjpool *locked = xp_create_xobjpool(create, log<'D'>, log<'O'>, log<'I'>);
+    mutex = &locked->mutex;
+    tell_in_order<xpxop_alloc, xpxop_free, xpxop_diet, xpxop_set_cache_max, xp_destroy_xobjpool>(locked, "none");
+    xp_mempool *mp = xp_create_mempool(3);
+    xpmp_set_memory_manager(mp, create_block, log<'D'>);
+    tell_in_order<xpmp_alloc, xpmp_free, xpmp_diet, xpmp_set_cache_max, xp_destroy_mempool>(mp, "[IO].|D0|!");
+}
+
+TEST(MemPool, ChangesItsSizeAndItsManagerOnceNothingIsCached) {
+    made = 0;
+    xp_mempool mp;
+    xp_init_mempool(&mp, 3);
+    EXPECT_TRUE(mp.block_size == 8 && mp.cache_max == -1) << "room for a link, no limit";
+    xpmp_free(&mp, xpmp_alloc(&mp));
+    xpmp_set_memory_manager(&mp, create_block, log<'D'>); // what is cached goes to free()
+    for (const uint32_t size : {9U, 5U}) {
+        xpmp_reset(&mp, size);
+        xpmp_free(&mp, xpmp_alloc(&mp));
+        EXPECT_EQ(size_asked, std::max(size, 8U));
+    }
+    xpmp_set_memory_manager(&mp, nullptr, nullptr);
+    EXPECT_EQ(std::exchange(events, {}), "C1D1C2D2");
+    xpmp_set_cache_max(&mp, 0);
+    xpmp_free(&mp, xpmp_alloc(&mp));
+    const fail_allocation failure(1);
+    EXPECT_TRUE(!xpmp_alloc(&mp) && mp.in_use == 1) << "a null counts, too";
 }
 
 TEST(XObjPool, MeasuresWhatIsCachedAndTakesZeroForUnset) {
-    const struct {
-        numbers sizes; // in the order of measuring
-        uint64_t largest, smallest, total;
-    } cases[] = {{{}, 0, 0, 0}, {{5, 2, 9}, 9, 2, 16}, {{2, 0, 7}, 7, 7, 9}, {{2, 7, 0}, 7, 0, 9}};
-    for (const auto &c : cases) {
-        xp_xobjpool *op = xp_create_xobjpool(create, record_release, nullptr, nullptr); // no hooks
-        for (auto size = c.sizes.rbegin(); size != c.sizes.rend(); ++size) xpxop_free(op, item_of(*size));
+    const numbers cases[][2] = {// sizes in the order of measuring; the fields of the result
+                                {{5, 2, 9}, {90, 20, 160, 3, UINT32_MAX - 2}},
+                                {{2, 0, 7}, {70, 70, 90, 3, UINT32_MAX - 2}},
+                                {{2, 7, 0}, {70, 0, 90, 3, UINT32_MAX - 2}}};
+    for (const auto &[sizes, expected] : cases) {
+        xp_xobjpool *op = xp_create_xobjpool(create, record_release, nullptr, nullptr);
+        for (auto size = sizes.rbegin(); size != sizes.rend(); ++size) xpxop_free(op, item_of(*size));
         xp_objpool_stat s{1, 1, 1, 1, 1};
-        const auto measure = [](void *o, void *unit) { return static_cast<uint64_t>(number(o) * number(unit)); };
-        xpxop_stat(op, &s, measure, item_of(10));
-        EXPECT_TRUE(s.largest == 10 * c.largest && s.smallest == 10 * c.smallest && s.total == 10 * c.total) << c.total;
-        EXPECT_TRUE(s.cached == c.sizes.size() && s.in_use == op->pool.in_use) << c.total;
+        xpxop_stat(
+            op, &s, [](void *o, void *unit) { return static_cast<uint64_t>(number(o) * number(unit)); }, item_of(10));
+        EXPECT_EQ(memcmp(&s, expected.data(), sizeof s), 0) << expected[2];
         xp_destroy_xobjpool(op);
     }
 }
 
-std::atomic<int> objects;
-
 TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
-    xp_xobjpool *op = xp_create_xobjpool([]() -> void * { return objects++, new int; },
-                                         [](void *object) { objects--, delete static_cast<int *>(object); },
-                                         [](void *) { objects += 1000; }, [](void *) { objects -= 1000; });
+    static std::atomic<int> alive;
+    xp_xobjpool *op =
+        xp_create_xobjpool([]() -> void * { return alive++, new int; },
+                           [](void *object) { alive--, delete static_cast<int *>(object); }, nullptr, nullptr);
     const auto work = [=](int self) {
         for (int i = 0; i < 2000; i++) {
             int *const held[] = {static_cast<int *>(xpxop_alloc(op)), static_cast<int *>(xpxop_alloc(op))};
@@ -101,10 +128,10 @@ TEST(XObjPool, ThreadsShareItWithoutLosingAnObject) {
             for (int *object : held) xpxop_free(op, object);
         }
     };
-    for (const int threads : harness::thread_counts) harness::in_threads(threads, work);
-    EXPECT_TRUE(op->pool.in_use == 0 && static_cast<int>(op->pool.cached) == objects);
+    for (const int threads : thread_counts) in_threads(threads, work);
+    EXPECT_TRUE(op->pool.in_use == 0 && static_cast<int>(op->pool.cached) == alive);
     xp_destroy_xobjpool(op);
-    EXPECT_EQ(objects, 0);
+    EXPECT_EQ(alive, 0);
 }
 
 } // namespace

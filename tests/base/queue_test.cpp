@@ -20,24 +20,20 @@ TEST(CirQueue, BehavesLikeADequeUnderRandomOperations) {
         for (int step = 0; step < 2000; step++) {
             void *const item = item_of(random() % 4), *out = &model; // null, too
             const bool full = std::ssize(model) == size, empty = model.empty();
+            void *const first = empty ? &model : model.front();
             const auto choice = random() % 3;
-            if (choice == 0) {
-                ASSERT_EQ(xpcq_put(queue, item), !full);
-            } else if (choice == 1) {
-                ASSERT_EQ(xpcq_get(queue, &out), !empty);
-                ASSERT_EQ(out, empty ? &model : model.front());
-            } else {
-                ASSERT_EQ(xpcq_forced_put(queue, item), full && model.front() ? model.front() : item);
-            }
+            ASSERT_TRUE(choice != 0 || xpcq_put(queue, item) == !full);
+            ASSERT_TRUE(choice != 1 || (xpcq_get(queue, &out) == !empty && out == first));
+            ASSERT_TRUE(choice != 2 || xpcq_forced_put(queue, item) == (full && first ? first : item));
             if (choice == 1 ? !empty : choice == 2 && full) model.pop_front();
             if (choice == 2 || (choice == 0 && !full)) model.push_back(item);
-            const int count = static_cast<int>(model.size()), some = count > 0;
-            ASSERT_EQ((numbers{xpcq_count(queue), queue->state, xpcq_peek(queue, &out), xpcq_peek_at(queue, 0, nullptr),
-                               xpcq_peek_at(queue, -1, &out), xpcq_peek_at(queue, count, &out)}),
-                      (numbers{count, !some ? 2 : count == size, some, some, 0, 0}));
+            int count = 0;
+            for (void *each : model) ASSERT_TRUE(xpcq_peek_at(queue, count++, &out) && out == each);
+            const bool some = xpcq_peek(queue, &out);
             ASSERT_TRUE(!some || out == model.front());
-            for (int i = 0; i < count; i++)
-                ASSERT_TRUE(xpcq_peek_at(queue, i, &out) == 1 && out == model[static_cast<size_t>(i)]);
+            ASSERT_EQ((numbers{some, queue->state, xpcq_count(queue), xpcq_peek_at(queue, 0, nullptr),
+                               xpcq_peek_at(queue, -1, &out), xpcq_peek_at(queue, count, &out)}),
+                      (numbers{count > 0, count ? count == size : 2, count, count > 0, 0, 0}));
         }
         xp_destroy_cirqueue(queue);
     }
