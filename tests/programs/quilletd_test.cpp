@@ -1,12 +1,10 @@
-#include <sys/resource.h>
-
-#include <algorithm>
 #include <deque>
 #include <fstream>
 #include <thread>
 
 #include "support/harness.h"
 #include "support/program.h"
+#include "support/threads.h"
 
 namespace {
 
@@ -14,159 +12,86 @@ using harness::raw_client;
 using harness::service;
 
 TEST(Quilletd, AnswersEachRequestAndStaysUsable) {
-    service running("--max-stores 2 --max-line 64");
-    raw_client client(running.port);
-    const std::string id = client.ask("NEW\n").substr(4);
-    ASSERT_FALSE(id.empty() || id.size() > 7) << id;
-    const std::string too_long(65, 'x'), longest(64 - 7 - id.size(), 'x');
+    const std::string too_long(65, 'x'), longest(64 - 8, 'x');
     const struct {
-        std::string request; // S stands for the store, N for a NUL byte
-        std::string reply;   // "404 ...": begins with "404 "
-    } cases[] = {
-        {"NEW\n", "200 ..."},
-        {"NEW\n", "500 too many stores"},
-        {"PUT S a#_b=1##\r\n", "200 stored"},
-        {"GET S a#_b\n", "200 1##"},
-        {"PUT S a#_b=2\n", "200 stored"},
-        {"GET S a#_b\n", "200 2"},
-        {"GET S b\n", "404 no such key"},
-        {"GET x a\n", "404 no such store"},
-        {"GET 12345678 a\n", "404 ..."},
-        {"PUT x a=\n", "404 no such store"},
-        {"PUT S b=\n", "200 ..."},
-        {"PUT S k=" + longest + "\n", "200 stored"},
-        {"PUT S k=\n", "200 ..."},
-        {"PUT S =e\n", "200 stored"},
-        {"GET S \n", "200 e"},
-        {"PUT S c\n", "500 ..."},
-        {"PUT S c=d=e\n", "500 ..."},
-        {"PUT S c d=e\n", "500 ..."},
-        {"PUT\n", "500 ..."},
-        {"NEW now\n", "500 ..."},
-        {"\n", "500 ..."},
-        {"GET S N\n", "500 ..."},
-        {too_long + "\n", "500 request too long"},
-        {too_long + too_long, "500 request too long"},
-        {"tail\nGET S a#_b\n", "200 2"},
-        {"LST x\n", "404 ..."},
-        {"EXX x\n", "404 ..."},
+        const char *name, *options;
+        std::string requests, replies;
+    } sessions[] = {
+        {"from beginning to end", "",
+         "NEW\nPUT 1 a#_b=1##\r\nGET 1 a#_b\nPUT 1 a#_b=2\nGET 1 a#_b\nLST 1\nEXX 1\nGET 1 a#_b\nNEW\n",
+         "200 1\n200 stored\n200 1##\n200 stored\n200 2\n200 entries follow\na#_b=2\n\n200 purged\n404 no such store\n"
+         "200 2\n"},
+        {"nothing as key and value", "", "NEW\nPUT 1 =e\nGET 1 \nPUT 1 =\nGET 1 \nPUT 1 b=\n",
+         "200 1\n200 stored\n200 e\n200 deleted\n404 no such key\n200 deleted\n"},
+        {"no store", "", "GET x a\nGET 12345678 a\nPUT x a=\nLST x\nEXX x\n",
+         "404 no such store\n404 no such store\n404 no such store\n404 no such store\n404 no such store\n"},
+        {"malformed", "", "PUT 1 c\nPUT 1 c=d=e\nPUT 1 c=d e\nPUT 1 c d=e\nGET 1\n",
+         "500 malformed request\n500 malformed request\n500 malformed request\n500 malformed request\n"
+         "500 malformed request\n"},
+        {"unknown",
+         "",
+         {"PUT\nNEW now\n\nGET 1 \0\n", 22},
+         "500 unknown request\n500 unknown request\n500 unknown request\n500 request holds a NUL byte\n"},
+        {"too long", "--max-line 64",
+         "NEW\nPUT 1 k=" + longest + "\n" + too_long + "\n" + too_long + too_long + "tail\nPUT 1 k=\n",
+         "200 1\n200 stored\n500 request too long\n500 request too long\n200 deleted\n"},
+        {"too long, with no end", "--max-line 64", too_long, "500 request too long\n"},
+        {"too many stores", "--max-stores 2", "NEW\nNEW\nNEW\nEXX 1\nNEW\n",
+         "200 1\n200 2\n500 too many stores\n200 purged\n200 3\n"},
+        {"memory for one entry", "--max-bytes 100",
+         "NEW\nPUT 1 k=v\nPUT 1 k=w\nPUT 1 l=v\nPUT 1 k=\nPUT 1 l=v\nEXX 1\nNEW\nPUT 2 k=v\n",
+         "200 1\n200 stored\n200 stored\n500 no room\n200 deleted\n200 stored\n200 purged\n200 2\n200 stored\n"},
+        {"the entry unread for longest goes", "--max-entries 2",
+         "NEW\nPUT 1 a=1\nPUT 1 b=2\nGET 1 a\nPUT 1 b=3\nPUT 1 c=4\nGET 1 b\nGET 1 a\nGET 1 c\n",
+         "200 1\n200 stored\n200 stored\n200 1\n200 stored\n200 stored\n404 no such key\n200 1\n200 4\n"},
     };
-    for (const auto &c : cases) {
-        std::string request;
-        for (const char byte : c.request)
-            request += byte == 'S' && c.request[0] != 'L'
-                           ? id
-                           : std::string(1, byte == 'N' && c.request[0] == 'G' ? '\0' : byte);
-        const std::string reply = client.ask(request);
-        const bool prefix = c.reply.ends_with("...");
-        EXPECT_EQ(prefix ? reply.substr(0, 4) + "..." : reply, c.reply) << c.request;
-    }
-    EXPECT_EQ(client.ask("LST " + id + "\n").substr(0, 4), "200 ");
-    std::vector<std::string> entries{client.line(), client.line()};
-    std::sort(entries.begin(), entries.end());
-    EXPECT_EQ(entries, (std::vector<std::string>{"=e", "a#_b=2"}));
-    EXPECT_EQ(client.line(), "");
-    EXPECT_EQ(client.ask("EXX " + id + "\n").substr(0, 4), "200 ");
-    EXPECT_EQ(client.ask("GET " + id + " a#_b\n"), "404 no such store");
-    EXPECT_EQ(client.ask("NEW\n").substr(0, 4), "200 ");
-    shutdown(client.fd, SHUT_WR);
-    EXPECT_TRUE(client.ended());
-}
-
-TEST(Quilletd, GivesBackTheMemoryOfWhatIsReplacedDeletedOrPurged) {
-    service running("--max-bytes 200"); // for one entry, with what it costs beside its text
-    raw_client client(running.port);
-    const std::string value(50, 'v');
-    for (int i = 1; i <= 3; i++) {
-        const std::string id = client.ask("NEW\n").substr(4), put = "PUT " + id + " ";
-        for (int j = 0; j < 3; j++) EXPECT_EQ(client.ask(put + "k=" + value + "\n"), "200 stored");
-        EXPECT_EQ(client.ask(put + "l=" + value + "\n"), "500 no room");
-        EXPECT_EQ(client.ask(put + "k=\n"), "200 deleted");
-        EXPECT_EQ(client.ask(put + "l=" + value + "\n"), "200 stored");
-        EXPECT_EQ(client.ask("EXX " + id + "\n"), "200 purged");
+    for (const auto &session : sessions) {
+        service running(session.options);
+        raw_client client(running.port);
+        client.send(session.requests);
+        std::string replies;
+        while (replies.size() < session.replies.size() && client.input.last_error == 0) replies += client.line() + '\n';
+        EXPECT_EQ(replies, session.replies) << session.name;
+        shutdown(client.fd, SHUT_WR);
+        EXPECT_TRUE(client.ended()) << session.name;
     }
 }
 
 TEST(Quilletd, HoldsAThousandIdleConnections) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit raised{std::min<rlim_t>(limit.rlim_max, 4096), limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
-    ASSERT_GE(raised.rlim_cur, 1100U);
     service running;
-    std::deque<harness::owned> idle;
-    for (int i = 0; i < 1000; i++) idle.emplace_back(xp_connect_tcp("127.0.0.1", running.port, 10'000));
-    raw_client(running.port).ask("NEW\n");
-    for (const auto &c : idle) {
-        char reply[64];
-        ASSERT_EQ(xp_write_str(c.fd, "GET 1 k\n", 10'000), 8);
-        ASSERT_GT(xp_read_timeout(c.fd, reply, sizeof reply, 10'000), 4);
-    }
+    std::deque<raw_client> idle;
+    for (int i = 0; i < 1000; i++) idle.emplace_back(running.port);
+    for (auto &client : idle) ASSERT_EQ(client.ask("GET 1 k\n"), "404 no such store");
     EXPECT_EQ(running.end(SIGTERM), 0);
-    char byte;
-    for (const auto &c : idle) ASSERT_EQ(xp_read_timeout(c.fd, &byte, 1, 10'000), IOERROR_EOF);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    for (auto &client : idle) ASSERT_TRUE(client.ended());
 }
 
-/// What a service says on standard error, line by line.
-struct error_lines : harness::channel {
-    error_lines() : channel(kind::pipe) {
-        xp_init_readbuf(&input, (*this)[0], 4096);
-        input.timeout = 10'000;
-    }
-    ~error_lines() { xp_close_readbuf(&input); }
-    std::string option() { return " 2>/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string((*this)[1]); }
-    std::string line() {
-        const char *text = xprb_read_line(&input, nullptr);
-        return text ? text : xprb_lasterrmsg(&input);
-    }
-    xprb input;
-};
-
-/// Puts keys N * count .. from a connection of its own, all of them before it reads the replies.
-void put_many(int port, int n, int count) {
-    raw_client client(port);
-    std::string requests;
-    for (int i = 0; i < count; i++) requests += "PUT 1 k" + std::to_string(100'000 + n * count + i) + "=v\n";
-    std::thread sender([&] { client.send(requests); });
-    for (int i = 0; i < count; i++) EXPECT_EQ(client.line(), "200 stored");
-    sender.join();
-}
-
-TEST(Quilletd, CountsExactlyWhateverTheNumberOfWorkers) {
+TEST(Quilletd, CountsExactlyWithManyWorkers) {
     const struct {
         const char *options;
         int keys; // of each of four clients
         const char *reply, *statistics;
     } cases[] = {
-        {"--workers 1", 25'000, "500 no room", "1 stores, 100000 entries, 7200000 bytes, 0 evicted"},
-        {"--workers 4", 25'000, "500 no room", "1 stores, 100000 entries, 7200000 bytes, 0 evicted"},
-        {"--workers 1 --max-entries 10", 5000, "200 stored", "1 stores, 10 entries, 721 bytes, 19991 evicted"},
-        {"--workers 4 --max-entries 10", 5000, "200 stored", "1 stores, 10 entries, 721 bytes, 19991 evicted"},
+        {"--workers 4", 25'000, "500 no room", "1 stores, 100000 entries, 7200000 bytes, 0 evicted\n"},
+        {"--workers 4 --max-entries 10", 5000, "200 stored", "1 stores, 10 entries, 721 bytes, 19991 evicted\n"},
     };
     for (const auto &c : cases) {
-        error_lines errors;
-        service running(c.options + errors.option());
+        service running(c.options);
         raw_client client(running.port);
         EXPECT_EQ(client.ask("NEW\n"), "200 1");
-        std::vector<std::thread> clients;
-        for (int n = 0; n < 4; n++) clients.emplace_back(put_many, running.port, n, c.keys);
-        for (auto &thread : clients) thread.join();
+        harness::in_threads(4, [&](int n) { // all requests before the replies are read
+            raw_client putter(running.port);
+            std::string requests;
+            for (int i = 0; i < c.keys; i++) requests += "PUT 1 k" + std::to_string(100'000 + n * c.keys + i) + "=v\n";
+            std::thread sender([&] { putter.send(requests); });
+            for (int i = 0; i < c.keys; i++) EXPECT_EQ(putter.line(), "200 stored");
+            sender.join();
+        });
         EXPECT_EQ(client.ask("PUT 1 one_more=v\n"), c.reply) << c.options;
         kill(running.pid(), SIGUSR1);
-        const std::string line = errors.line();
+        const std::string line = running.output_until("\n");
         EXPECT_EQ(line.substr(line.find(" requests, ") + 11), c.statistics) << c.options;
     }
-}
-
-TEST(Quilletd, DropsTheEntryThatWasNotReadForLongest) {
-    service running("--max-entries 2");
-    raw_client client(running.port);
-    for (const char *request : {"NEW", "PUT 1 a=1", "PUT 1 b=2", "GET 1 a", "PUT 1 b=3", "PUT 1 c=4"})
-        EXPECT_EQ(client.ask(std::string(request) + "\n").substr(0, 4), "200 ") << request;
-    EXPECT_EQ(client.ask("GET 1 b\n"), "404 no such key");
-    EXPECT_EQ(client.ask("GET 1 a\n"), "200 1");
-    EXPECT_EQ(client.ask("GET 1 c\n"), "200 4");
 }
 
 long peak_kilobytes(int pid) {
@@ -177,31 +102,25 @@ long peak_kilobytes(int pid) {
 }
 
 TEST(Quilletd, APeerThatNeverReadsFillsNoMemoryAndDelaysNobody) {
-    constexpr int requests = 5000; // for 100 MB of replies
+    constexpr int count = 2500; // for 100 MB of replies
     service running;
     raw_client flood(running.port), other(running.port);
-    const std::string id = flood.ask("NEW\n").substr(4), value(20'000, 'v');
-    flood.ask("PUT " + id + " k=" + value + "\n");
+    const std::string value(20'000, 'v'), put = "PUT 1 k=" + value + "\n";
+    flood.ask("NEW\n");
+    flood.ask(put);
     const long before = peak_kilobytes(running.pid());
     ASSERT_GT(before, 0);
-    std::string many;
-    for (int i = 0; i < requests; i++) many += i % 2 ? "LST " + id + "\n" : "GET " + id + " k\n";
-    flood.send(many);
-    for (int i = 0; i < 200; i++) ASSERT_EQ(other.ask("GET " + id + " none\n"), "404 no such key");
+    std::string gets, puts;
+    for (int i = 0; i < count; i++) gets += "GET 1 k\nLST 1\n";
+    flood.send(gets);
+    for (int i = 0; i < 200; i++) ASSERT_EQ(other.ask("GET 1 none\n"), "404 no such key");
     EXPECT_LT(peak_kilobytes(running.pid()) - before, 30'000);
-    for (int i = 0; i < requests; i++) {
-        if (i % 2) {
-            ASSERT_EQ(flood.line().substr(0, 4), "200 ");
-        }
-        ASSERT_EQ(flood.line(), i % 2 ? "k=" + value : "200 " + value) << i;
-        if (i % 2) {
-            ASSERT_EQ(flood.line(), "");
-        }
-    }
-    many.clear();
-    for (int i = 0; i < requests; i++) many += "PUT " + id + " k=" + value + "\n";
-    flood.send(many);
-    for (int i = 0; i < requests; i++) ASSERT_EQ(flood.line(), "200 stored");
+    for (int i = 0; i < count; i++)
+        for (const std::string &line : {"200 " + value, std::string("200 entries follow"), "k=" + value, std::string()})
+            ASSERT_EQ(flood.line(), line) << i;
+    for (int i = 0; i < 2 * count; i++) puts += put;
+    flood.send(puts);
+    for (int i = 0; i < 2 * count; i++) ASSERT_EQ(flood.line(), "200 stored");
     EXPECT_LT(peak_kilobytes(running.pid()) - before, 30'000) << "after 100 MB of requests";
 }
 
@@ -226,7 +145,8 @@ TEST(Quilletd, AnswersWhatHasArrivedBeforeItEnds) {
         client.ask("NEW\n");
         std::string requests;
         for (int i = 0; i < 3000; i++) requests += "PUT 1 k" + std::to_string(i) + "=v\n";
-        running.pause(); // the signal comes first, and the requests have arrived when it is looked at
+        kill(running.pid(), SIGSTOP); // the signal comes first, and the requests have arrived when it is looked at
+        EXPECT_EQ(waitpid(running.pid(), nullptr, WUNTRACED), running.pid());
         kill(running.pid(), signal);
         client.send(requests + "LST 1\nGET 1 k");
         EXPECT_EQ(running.end(SIGCONT), 0);
@@ -240,26 +160,20 @@ TEST(Quilletd, AnswersWhatHasArrivedBeforeItEnds) {
 
 TEST(Quilletd, RefusesArgumentsThatMakeNoSense) {
     service running;
-    const struct {
-        std::string arguments;
-        int code;
-        const char *says;
-    } cases[] = {
-        {"--help", 0, "usage: quilletd"},
-        {"--version", 0, "Vorncore Library"},
-        {"--port x", 2, "--port: 'x' is no number from 0 to 65535"},
-        {"--port 65536", 2, "--port"},
-        {"--max-line 1e3", 2, "--max-line"},
-        {"--what", 2, "--help"},
-        {"here", 2, "unexpected 'here'"},
-        {"--address no.such.host.invalid", 1, "unknown address"},
-        {"--port " + std::to_string(running.port), 1, "IOERROR_BIND (Address already in use)"},
-    };
-    for (const auto &c : cases) {
-        std::string output;
-        EXPECT_EQ(harness::run("./quilletd " + c.arguments, &output), c.code) << c.arguments;
-        EXPECT_NE(output.find(c.says), std::string::npos) << output;
-    }
+    const std::string port = std::to_string(running.port);
+    harness::scratch("q() { timeout 20 ./quilletd \"$@\"; }; ")
+        .expect({
+            {"q --help > {}/out && q --version >> {}/out && sed -n '1p;$p' {}/out | cut -b -16", 0,
+             "usage: quilletd \nVorncore Library\n"},
+            {"q --port x", 2, "quilletd: --port: 'x' is no number from 0 to 65535\n"},
+            {"q --port 65536", 2, "quilletd: --port: '65536' is no number from 0 to 65535\n"},
+            {"q --max-line 1e3", 2, "quilletd: --max-line: '1e3' is no number from 16 to 1073741824\n"},
+            {"q --what", 2, "./quilletd: unrecognized option '--what'\nquilletd: try --help\n"},
+            {"q here", 2, "quilletd: unexpected 'here', try --help\n"},
+            {"q --address no.such.host.invalid", 1, "quilletd: unknown address 'no.such.host.invalid'\n"},
+            {"q --port " + port, 1,
+             "quilletd: cannot listen on 127.0.0.1:" + port + ": IOERROR_BIND (Address already in use)\n"},
+        });
 }
 
 } // namespace

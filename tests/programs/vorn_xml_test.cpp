@@ -69,23 +69,20 @@ a
     };
     for (const auto &row : rows) {
         folder.write("document", row.document);
-        folder.expect(std::string("exec < {}/document; ./vorn xml ") + row.arguments, row.code, row.output);
+        folder.expect({{std::string("exec < {}/document; ./vorn xml ") + row.arguments, row.code, row.output}});
     }
 }
 
 TEST(VornXml, WalksDeepDocumentsAndStopsWhenNobodyReads) {
-    const harness::scratch folder;
-    std::string deep;
-    for (int i = 0; i < 100'000; i++) deep += "<a>";
-    deep += "end";
-    for (int i = 0; i < 100'000; i++) deep += "</a>";
-    folder.write("deep", deep);
     const std::string indented(64, ' ');
-    folder.expect("ulimit -s 256; ./vorn xml {}/deep | tail -n 2", 0,
-                  indented + "(100000) a\n" + indented + "(100001) text() \"end\"\n");
-    folder.expect("ulimit -s 256; ./vorn xml --text {}/deep", 0, "end\n");
-    folder.expect("{ ./vorn xml {}/deep 2>&3; echo $? >&3; } 3> {}/told | head -n 2; cat {}/told", 0,
-                  "a\n  a\nvorn xml: write: IOERROR_WRITE:errno=32<Broken pipe>\n3\n");
+    harness::scratch().expect({
+        {"f() { yes $1 | head -n 100000 | tr -d '\\n'; }; { f '<a>'; printf end; f '</a>'; } > {}/deep", 0, ""},
+        {"ulimit -s 256; ./vorn xml {}/deep | tail -n 2", 0,
+         indented + "(100000) a\n" + indented + "(100001) text() \"end\"\n"},
+        {"ulimit -s 256; ./vorn xml --text {}/deep", 0, "end\n"},
+        {"{ ./vorn xml {}/deep 2>&3; echo $? >&3; } 3> {}/told | head -n 2; cat {}/told", 0,
+         "a\n  a\nvorn xml: write: IOERROR_WRITE:errno=32<Broken pipe>\n3\n"},
+    });
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "support/fault.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,19 +21,16 @@ struct plan {
 thread_local plan current;
 thread_local std::optional<timeval> pinned;
 
-bool hit(call which) {
+/// Whether a call is to fail; a transfer of `*length` bytes may be cut to 1 byte instead.
+bool fails(call which, size_t *length = nullptr) {
     if (!current.active || current.which != which) return false;
     current.calls++;
     if (current.nth != 0 && current.calls != current.nth) return false;
     current.fired = true;
-    return true;
-}
-
-/// Whether a call is to fail; a transfer of `*length` bytes may be cut to 1 byte instead.
-bool fails(call which, size_t *length = nullptr) {
-    if (!hit(which)) return false;
-    if (current.error) errno = current.error;
-    if (!current.error && length) *length = std::min<size_t>(*length, 1);
+    if (current.error)
+        errno = current.error;
+    else if (length)
+        *length = std::min<size_t>(*length, 1);
     return current.error;
 }
 
@@ -56,12 +52,9 @@ WRAP(int, connect, (int fd, const sockaddr *to, socklen_t n), (call::connect), (
 WRAP(int, bind, (int fd, const sockaddr *to, socklen_t n), (call::bind), (fd, to, n))
 WRAP(int, getsockopt, (int fd, int level, int o, void *to, socklen_t *n), (call::getsockopt), (fd, level, o, to, n))
 WRAP(int, setsockopt, (int fd, int level, int o, const void *v, socklen_t n), (call::setsockopt), (fd, level, o, v, n))
+WRAP(int, fcntl, (int fd, int command, void *argument), (call::fcntl), (fd, command, argument))
 WRAP(int, accept4, (int fd, sockaddr *from, socklen_t *n, int flags), (call::accept), (fd, from, n, flags))
 
-int __real_fcntl(int, int, ...);
-int __wrap_fcntl(int fd, int command, void *argument) {
-    return fails(call::fcntl) ? -1 : __real_fcntl(fd, command, argument);
-}
 int __real_close(int);
 int __wrap_close(int fd) {
     const int result = __real_close(fd);

@@ -2,18 +2,37 @@
 // temporary folder of their own, and ended by their process id.
 #pragma once
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <vector>
 
 #include "tests/support/folder.h"
-#include "tests/support/listener.h"
 
 namespace harness {
+
+/// A listening socket on a loopback port that the system picks; closed on exec.
+struct loopback_listener {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    int port;
+    loopback_listener() {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        const bool bound = bind(fd, reinterpret_cast<sockaddr *>(&address), length) == 0 && listen(fd, 128) == 0 &&
+                           getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) == 0;
+        port = bound ? ntohs(address.sin_port) : 0;
+    }
+    ~loopback_listener() { close(fd); }
+    loopback_listener(const loopback_listener &) = delete;
+};
 
 /// The path of a program, "" when it is not installed.
 inline std::string find_program(const std::string &name) {
@@ -39,10 +58,7 @@ class program {
             vector.push_back(nullptr);
             prctl(PR_SET_PDEATHSIG, SIGTERM);
             dup2(ends[1], STDOUT_FILENO);
-            if (handed_over == 3)
-                fcntl(3, F_SETFD, 0);
-            else if (handed_over >= 0)
-                dup2(handed_over, 3);
+            if (handed_over >= 0 && dup2(handed_over, 3) == handed_over) fcntl(3, F_SETFD, 0);
             execv(vector[0], vector.data());
             _exit(127);
         }
@@ -91,15 +107,13 @@ class nginx {
 
   private:
     std::vector<std::string> arguments(const std::string &locations) const {
-        std::string paths;
+        std::string text = "daemon off; pid nginx.pid; error_log error.log; events { worker_connections 256; }\n";
+        if (geteuid() == 0) text += "user root;\n"; // the folder is ours alone
+        text += "http { access_log off;\n";
         for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-            paths += std::string(kind) + "_temp_path " + kind + ";\n";
-        const std::string user = geteuid() == 0 ? "user root;\n" : ""; // the folder is ours alone
-        folder_.write("nginx.conf", "daemon off;\n" + user +
-                                        "pid nginx.pid;\nerror_log error.log;\n"
-                                        "events { worker_connections 256; }\nhttp {\naccess_log off;\n" +
-                                        paths + "server {\nlisten " + address_ + ";\nroot .;\n" +
-                                        replaced(locations, "@", address_) + "}\n}\n");
+            text += replaced("*_temp_path *;\n", "*", kind);
+        text += "server { listen @; root .;\n" + locations + "}\n}\n";
+        folder_.write("nginx.conf", replaced(text, "@", address_));
         return {"/usr/bin/env", "NGINX=3;", find_program("nginx"), "-p", folder_.path(), "-c", "nginx.conf",
                 "-e",           "error.log"};
     }
