@@ -40,16 +40,25 @@ static void call_texts(void) {
 }
 
 static void call_containers(void) {
+    xp_array *array = xp_create_array(1, NULL, NULL);
+    CHECK(xpar_insert(array, 0, "a") == array && xpst_pop(array, NULL) == 1);
+    xp_destroy_array(array);
     xp_list *list = xp_create_list(NULL, NULL);
     CHECK(xpls_add(list, "a") == list->sentinel.first && list->sentinel.first->next == xpls_head(list));
     xp_destroy_list(list);
-    int n = 7;
+    int n = 7, square = 49;
     xp_dataarray *numbers = xp_create_dataarray(1, sizeof(int), NULL, NULL);
     CHECK(*(int *)xpda_add(numbers, &n) == 7 && xpda_insert(numbers, 0, NULL) == numbers->data);
     xp_destroy_dataarray(numbers);
     xp_datalist *data = xp_create_datalist(2, NULL, NULL);
     CHECK(same(xpdl_add(data, "b")->data, "b") && data->sentinel.last->next == xpdl_head(data));
     xp_destroy_datalist(data);
+    xp_datahash *squares = xp_create_datahash(3, NULL, NULL, sizeof(int), NULL, NULL, sizeof(int), NULL, NULL);
+    CHECK(xpdh_put(squares, &n, &square) == 1 && *(int *)xpdh_get(squares, &n) == 49);
+    xp_destroy_datahash(squares);
+    xp_hashtable *table = xp_create_hashtable(3, NULL, NULL, NULL, NULL, NULL, NULL);
+    CHECK(xpht_put(table, "a", "1") == 1 && same(xpht_get(table, "a"), "1") && !xpht_get_pair(table, "b"));
+    xp_destroy_hashtable(table);
     xp_lruhash *cache = xp_create_lruhash(1, 3, NULL, NULL, NULL, NULL, NULL, NULL);
     xplh_put(cache, "a", "1");
     CHECK(xplh_contains(cache, "a") && !xplh_contains(cache, "b"));
@@ -142,6 +151,20 @@ static void call_clients(void) {
     CHECK(XP_DBI_SQLITE == 4 && xp_create_dbi(XP_DBI_SQLITE) == NULL);
 }
 
+static void call_xml(void) {
+    char text[] = "<a xmlns='U' i='1'><b/></a>";
+    xp_xmltree tree;
+    CHECK(xp_init_xmltree(&tree, text, 0, NULL) == 1 && xpxt_enable_ns(&tree) == 1);
+    CHECK(xpxn_child(xpxt_node(&tree), 0) == tree.root && same(xpxn_attribute_ns(tree.root, NULL, "i"), "1"));
+    CHECK(same(xpxn_find(xpxt_node(&tree), "a/b")->ns, "U"));
+    xp_close_xmltree(&tree);
+    int line = 0, column = -1;
+    xp_lineinfo *info = xp_create_lineinfo("ab\ncd");
+    xpli_resolve_pos(info, 1, &line, &column);
+    CHECK(line == 1 && column == 0);
+    xp_destroy_lineinfo(info);
+}
+
 int main(void) {
     call_texts();
     call_containers();
@@ -149,6 +172,7 @@ int main(void) {
     call_memory();
     call_io();
     call_clients();
+    call_xml();
     puts(vorncore_name);
     return failures || records_differ();
 }
