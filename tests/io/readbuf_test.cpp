@@ -52,6 +52,8 @@ struct player {
         case 'p': bytes = find("aba", &end); break;
         case 'q': bytes = find("\r\n\r\n", &end); break;
         case 'e': bytes = find("", &end); break;
+        case 'n': bytes = xprb_read_line(one, &end); break;
+        case 'U': bytes = xprb_read_upto(one, &length, 2); break;
         case 'r': bytes = two ? xprb2_read(two, &length) : xprb_read(one, &length); break;
         case 'b': bytes = two ? xprb2_read_bufdata(two, &length) : xprb_read_bufdata(one, &length); break;
         case 'u': return (two ? xprb2_unread(two, "UVW", 3) : xprb_unread(one, "UVW", 3)) ? "+" : "!";
@@ -86,6 +88,7 @@ TEST(ReadBuffers, GiveTheSameInWhateverPiecesTheInputArrives) {
         int max, area;
         std::string input;
         const char *calls, *results, *of_second = results;
+        int reads = 0; // of the first kind alone, when they are counted
     } cases[] = {
         {"lines", 4, 6, "a\nabc\n\nabcd\n", "llll", "a|abc||!|"},
         {"lines without end", 4, 3, "abc\nde\nf\n\nghi\njkl\nmn", "lllllll", "abc|de|f||ghi|jkl|?|"},
@@ -104,7 +107,7 @@ TEST(ReadBuffers, GiveTheSameInWhateverPiecesTheInputArrives) {
         {"bytes after a line", 8, 6, "abc", "l2b", "?|ab|c|", "?|ab|0|"},
         {"read after a line", 8, 6, "abc", "l>r3", "?|>|abc|aba|", "?|>|aba|abc|"},
         {"put back after a line", 8, 6, "abc", "lur>3", "?|+|UVW|>|aba|", "?|+|UVW|>|abc|"},
-        {"reset", 8, 6, "ab\ncd", "l8R>l>3", "ab|?|R|>|?|>|aba|"},
+        {"reset", 8, 6, "ab\ncd", "l8R>>1R>l>3", "ab|?|R|>|>|a|R|>|?|>|aba|"},
         {"rest at the end", 8, 6, "ab", "l.lb", "?|.|.|ab|", "?|.|.|0|"},
         {"reads of a record", 8, 6, "abcdefghijkl", "rrb", "abcdefgh|ijkl|0|"},
         {"reads of an area", 4, 6, "abcdefghijkl", "rrb", "abcd|efgh|0|", "abcdef|ghijkl|0|"},
@@ -114,11 +117,15 @@ TEST(ReadBuffers, GiveTheSameInWhateverPiecesTheInputArrives) {
         {"put back, overflow", 8, 8, "x\nabcdef", "lur", "x|!|abcdef|"},
         {"put back, by size", 4, 9, "x\nab", "lur", "x|!|ab|", "x|+|UVWab|"},
         {"lost with a line too long", 4, 6, "abcdefgh", "lb", "!|0|"},
+        {"lines of a protocol", 8, 6, "\r\n\r\nbb\nc\rd\n7890", "n1nnn>7", "|\r||bb|c\rd|>|7890aba|", nullptr, 2},
+        {"whole blocks", 8, 6, "0123456789ab", "444>>>>444", "0123|4567|89ab|>|>|>|>|abaa|baab|aaba|", nullptr, 2},
+        {"few bytes", 8, 6, "abcdefgh", "UUur", "ab|cd|+|UVWefgh|", nullptr, 1},
         {"no room for a record", 0, 6, "abc", "lx01r", "!|!||!|!|", "!|!||!|abc|"},
     };
     for (const auto &row : cases) {
-        const size_t size = row.input.size(), first_split = strpbrk(row.calls, "rbuR") ? size : 0;
-        for (const bool second : {false, true})
+        const size_t size = row.input.size(), first_split = row.reads || strpbrk(row.calls, "rbuR") ? size : 0;
+        for (const bool second : {false, true}) {
+            if (second && !row.of_second) continue;
             for (size_t split = first_split; split <= size; split++) {
                 const setting area(xp_io_buffer_size, row.area);
                 player p(second, row.max);
@@ -126,7 +133,9 @@ TEST(ReadBuffers, GiveTheSameInWhateverPiecesTheInputArrives) {
                 p.late = row.input.substr(split);
                 const fault_io byte_by_byte(call::read, split % 2 && !first_split ? 0 : INT_MAX, 0);
                 EXPECT_EQ(p.play(row.calls), second ? row.of_second : row.results) << row.name << split;
+                EXPECT_TRUE(row.reads == 0 || byte_by_byte.calls() == row.reads) << row.name;
             }
+        }
     }
 }
 
@@ -168,29 +177,9 @@ TEST(ReadBuffers, FailureKeepsWhatHasArrivedAndSaysWhyUntilReset) {
     p.peer.with("0123456789ab\n0123456789abc\n");
     EXPECT_EQ(p.play("xx"), "0123456789ab|!|") << "what the memory buffer refuses";
     EXPECT_EQ(xprb_unread(p.one, "x", -1), 0);
+    EXPECT_TRUE(!xprb_read_upto(p.one, nullptr, -1) && p.one->last_error == IOERROR_OVERFLOW);
     xprb first;
     xprb2 second;
     EXPECT_DEATH(xp_init_readbuf(&first, -1, -1), "vorncore: xp_init_readbuf: out of memory");
     EXPECT_DEATH(xp_init_readbuf2(&second, -1, -1), "vorncore: xp_init_readbuf2: out of memory");
-}
-
-TEST(ReadBuffers, ReadsAsSeldomAndAsMuchAsItCan) {
-    player p;
-    p.peer.with("\r\n\r\nbb\n34567890"); // 15 bytes of the 16 that fit
-    const fault_io reads(call::read, INT_MAX, 0);
-    char *end, *line;
-    int length;
-    EXPECT_TRUE((line = xprb_read_line(p.one, &end)) && line == end && !*end);
-    EXPECT_EQ(p.play("1"), "\r|");
-    EXPECT_TRUE((line = xprb_read_line(p.one, &end)) && line == end) << "what is in front of a line is not of it";
-    EXPECT_STREQ(xprb_read_line(p.one, nullptr), "bb");
-    for (int i = 0; i < 2; i++) EXPECT_TRUE(xprb_read_upto(p.one, &length, 2) && length == 2);
-    EXPECT_TRUE(reads.calls() == 1 && p.one->scan == p.one->data);
-    p.peer.with("abcdefgh");
-    EXPECT_EQ(p.play("8"), "7890abcd|");
-    EXPECT_EQ(reads.calls(), 2) << "what was left moved to the front before the read";
-    p.peer.with("0123456789abcdefgh");
-    EXPECT_EQ(p.play("41"), "efgh|0|");
-    EXPECT_EQ(p.one->data_end - p.one->data, 15) << "an empty buffer reads a whole block";
-    EXPECT_TRUE(!xprb_read_upto(p.one, &length, -1) && p.one->last_error == IOERROR_OVERFLOW);
 }

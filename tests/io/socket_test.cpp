@@ -128,15 +128,10 @@ TEST(Socket, StateOfAConnection) {
     const struct {
         const char *script;
         int end, expected;
-        call failing = call::close;
-    } cases[] = {{"", 0, 64},
-                 {"d", 0, 96},
-                 {"f", 1, 0},
-                 {"1", 0, 16},
-                 {"d1", 0, 96},
-                 {"u1", 0, 16}, // the last: reset
-                 {"d", 0, 96, call::recv},
-                 {"d", 0, 128, call::poll}};
+        call failing;
+    } cases[] = {{"", 0, 64, call::bind},  {"d", 0, 96, call::bind},  {"f", 1, 0, call::bind},
+                 {"1", 0, 16, call::bind}, {"d1", 0, 96, call::bind}, {"u1", 0, 16, call::bind}, // the last: reset
+                 {"d", 0, 96, call::recv}, {"d", 0, 128, call::poll}};
     for (const auto &row : cases) {
         channel c(channel::kind::sockets);
         const fault_io fault((c.play(row.script), row.failing), 1, ENOMEM);

@@ -23,11 +23,9 @@ using namespace harness;
 
 TEST(File, LocksKeepOtherProcessesOut) {
     const owned file(memfd_create("lock", 0));
-    const std::pair<int (*)(int), int> locks[] = {{xp_file_rlock, 1}, // what others may: 1 read, 2 write
-                                                  {xp_file_wlock, 0},
-                                                  {xp_file_unlock, 3},
-                                                  {xp_file_try_wlock, 0},
-                                                  {xp_file_try_rlock, 1}};
+    // What others may: 1 read, 2 write.
+    const std::pair<int (*)(int), int> locks[] = {
+        {xp_file_rlock, 1}, {xp_file_wlock, 0}, {xp_file_unlock, 3}, {xp_file_try_wlock, 0}, {xp_file_try_rlock, 1}};
     for (const auto &[lock, others_may] : locks) {
         EXPECT_EQ((fault_io(call::fcntl, 1, EINTR), lock(file.fd)), 1);
         const pid_t child = fork();
@@ -41,8 +39,8 @@ TEST(File, LocksKeepOtherProcessesOut) {
 TEST(File, FlagsCountAsSetWhenOneIs) {
     const owned file(memfd_create("flags", 0));
     const int one = O_NONBLOCK, other = O_APPEND, both = one | other;
-    const int steps[][3] = {{0, both, 0},     {1, one, one},   {1, both, one}, // set?, flags, what is set then
-                            {1, other, both}, {0, one, other}, {0, both, 0}};
+    const int steps[][3] = {{0, both, 0},     {1, one, one},   {1, both, one},
+                            {1, other, both}, {0, one, other}, {0, both, 0}}; // set?, flags, what is set then
     for (const auto &[set, flags, expected] : steps) {
         const auto change = set ? xp_file_set_flag : xp_file_unset_flag;
         EXPECT_TRUE(change(file.fd, flags) == 1 && change(not_open, flags) == 0);

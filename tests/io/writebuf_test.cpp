@@ -84,21 +84,22 @@ TEST(WriteBuf, WritesFullBlocksAndQueuesWhatTheDeviceDoesNotTake) {
     };
     for (const auto &row : cases) {
         const channel c(sockets);
-        xpwb *wb = xp_create_writebuf(c[1], row.size);
-        wb->max_pending = row.max;
+        xpwb wb;
+        xp_init_writebuf(&wb, c[1], row.size);
+        wb.max_pending = row.max;
         std::string report;
-        EXPECT_EQ(xpwb_set_flush_noti(wb, note, &report), wb);
+        EXPECT_EQ(xpwb_set_flush_noti(&wb, note, &report), &wb);
         std::istringstream steps(row.steps);
         for (std::string step; std::getline(steps, step, ';');) {
             const size_t device = std::string("+-12!").find(step[0]);
             const int nth[] = {INT_MAX, 0, 1, 2, 1}, errors[] = {0, EAGAIN, 0, EAGAIN, EIO};
             const fault_io fault(call::send, nth[device], errors[device]);
-            report += '=' + std::to_string(play(wb, step[1], step.substr(2))) + ' ';
+            report += '=' + std::to_string(play(&wb, step[1], step.substr(2))) + ' ';
         }
         EXPECT_EQ(report, row.report) << row.name;
         EXPECT_EQ(c.arrived(), row.arrived) << row.name;
-        xpwb_reset(wb, -1);
-        xp_destroy_writebuf(wb);
+        xpwb_reset(&wb, -1);
+        xp_close_writebuf(&wb);
     }
 }
 
