@@ -63,7 +63,6 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
         {"full", "f", pipes, 'w', 1, 0, IOERROR_WRITETIMEOUT},
         {"pipe without reader", "0", pipes, 'w', 1, 0, IOERROR_WRITE},
         {"socket without reader", "0", sockets, 'w', 1, -1, IOERROR_WRITE},
-        {"write, not open, no wait", "", pipes, 'w', not_open, -1, IOERROR_WRITE},
         {"write interrupted", "", sockets, 'w', 1, 9, IOERROR_WRITE, call::send},
         {"write again", "", sockets, 'w', 1, 9, 9, call::send, 1},
     };
@@ -80,38 +79,32 @@ TEST(Io, OneReadOrWriteTellsWhatItMet) {
     channel lost(sockets);
     EXPECT_EQ(xp_sigsafe_write(lost.play("0")[1], "a", 1) + xp_fdprintf(lost[1], 0, "a"), -2);
     EXPECT_EQ(errno, EPIPE);
-    EXPECT_EQ(xp_write_timeout(not_open, "a", -1, -1), IOERROR_WRITE);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_TRUE(xp_write_timeout(not_open, "a", -1, -1) == IOERROR_WRITE && errno == EINVAL);
 }
 
-TEST(Io, SigsafeCallsGoOnAfterASignal) {
+TEST(Io, LoopsMoveEverythingAndSigsafeCallsGoOnAfterASignal) {
     channel c(sockets);
-    char byte;
+    const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz";
+    for (const call moves_one_byte : {call::send, call::read}) {
+        const fault_io each(moves_one_byte, 0, 0);
+        std::string got(37, '\0');
+        EXPECT_EQ(xp_write_all(c[1], sent.data(), 37, 1000), 37);
+        EXPECT_TRUE(xp_read_all(c[0], got.data(), 37, 1000) == 37 && got == sent);
+    }
+    char got[20];
+    EXPECT_EQ(xp_read_all(not_open, got, 0, 0) + xp_write_str(not_open, "", 0) + xp_write_timeout(c[1], "", 0, 0), 0);
     pollfd entry = {c.with("ab")[0], POLLIN, 0};
     for (const call interrupted : {call::poll, call::read, call::send}) {
         const fault_io once(interrupted, 1, EINTR);
-        EXPECT_EQ(xp_sigsafe_poll(&entry, 1, 0) + xp_sigsafe_read(c[0], &byte, 1) + xp_sigsafe_write(c[1], "c", 1), 3);
+        EXPECT_EQ(xp_sigsafe_poll(&entry, 1, 0) + xp_sigsafe_read(c[0], got, 1) + xp_sigsafe_write(c[1], "c", 1), 3);
         EXPECT_EQ(once.calls(), 2);
     }
-}
-
-TEST(Io, LoopsMoveEverything) {
-    channel c(sockets);
-    const std::string sent = "0123456789 abcdefghijklmnopqrstuvwxyz ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    for (const call moves_one_byte : {call::send, call::read}) {
-        const fault_io each(moves_one_byte, 0, 0);
-        std::string got(64, '\0');
-        EXPECT_EQ(xp_write_all(c[1], sent.data(), 64, 1000) + xp_read_all(c[0], got.data(), 64, 1000), 128);
-        EXPECT_EQ(got, sent);
-    }
-    char got[10];
-    EXPECT_EQ(xp_read_all(not_open, got, 0, 0) + xp_write_str(not_open, "", 0) + xp_write_timeout(c[1], "", 0, 0), 0);
-    EXPECT_EQ(xp_read_all(c.play("d1")[0], got, 10, 1000), IOERROR_EOF);
+    EXPECT_EQ(xp_read_all(c.play("d1")[0], got, 20, 1000), IOERROR_EOF);
 }
 
 TEST(Io, TransferWithAnyBufferSize) {
     std::string bytes, got(20'001, '\0');
-    for (int i = 0; bytes.size() < 20'000; i++) bytes += static_cast<char>(i / 251 + i % 251);
+    for (int i = 0; i < 20'000; i++) bytes += static_cast<char>(i / 251 + i % 251);
     const int sizes_and_reads[][2] = {{0, 4}, {1, 20'001}, {6'000, 5}, {INT_MAX, 2}}; // with the end's
     for (const auto &[size, reads] : sizes_and_reads) {
         const setting tuned(xp_io_buffer_size, size);
@@ -120,20 +113,17 @@ TEST(Io, TransferWithAnyBufferSize) {
         int64_t total = -1;
         const fault_io count(call::read, INT_MAX, EIO);
         EXPECT_EQ(xp_transfer(files[0], files[1], &total, 1000, nullptr), IOERROR_EOF);
-        EXPECT_EQ(total, 20'000);
-        EXPECT_EQ(count.calls(), reads) << size;
-        EXPECT_EQ(pread(files[1], got.data(), 20'001, 0), 20'000);
-        EXPECT_TRUE(got.starts_with(bytes));
+        EXPECT_TRUE(total == 20'000 && count.calls() == reads) << size;
+        EXPECT_TRUE(pread(files[1], got.data(), 20'001, 0) == 20'000 && got.starts_with(bytes));
     }
 }
 
 TEST(Io, TransferCountsWhatTheFilterLeaves) {
     channel in(sockets), out(sockets);
-    in.with("abcdefgh");
     repeater doubled{.times = 2}, dropped{.times = 0};
-    EXPECT_EQ(xp_transfer_all(in[0], out[1], 3, 0, &doubled.base), 3);
-    EXPECT_EQ(xp_transfer_all(in[0], out[1], 2, 0, &dropped.base) + xp_transfer_all(not_open, not_open, 0, 0, nullptr),
-              0);
+    EXPECT_EQ(xp_transfer_all(in.with("abcdefgh")[0], out[1], 3, 0, &doubled.base), 3);
+    EXPECT_EQ(xp_transfer_all(in[0], out[1], 2, 0, &dropped.base), 0);
+    EXPECT_EQ(xp_transfer_all(not_open, not_open, 0, 0, nullptr), 0);
     EXPECT_EQ(xp_transfer_all(in[0], out[1], 9, 0, nullptr), IOERROR_READTIMEOUT);
     int64_t total = 0;
     EXPECT_EQ(xp_transfer(in.with("xy")[0], out[1], &total, 0, &doubled.base), IOERROR_READTIMEOUT);
@@ -143,17 +133,13 @@ TEST(Io, TransferCountsWhatTheFilterLeaves) {
     EXPECT_EQ(doubled.seen + dropped.seen + out.arrived(), "3< 2< 2< 1< aabbccfghxxyy");
 }
 
-TEST(Io, RelayMovesEightBytesAtATime) {
+TEST(Io, RelayMovesEightBytesAtATimeUntilSomethingEndsIt) {
     channel first(sockets), second(sockets);
-    repeater filter;
+    repeater seen;
     first.with("seventeen letters"), second.with("with nine");
-    EXPECT_EQ(xp_bitransfer_ex(first[0], first[0], second[0], second[0], 0, &filter.base), IOERROR_TIMEOUT);
-    EXPECT_EQ(filter.seen, "8> 8< 8> 1< 1> ");
-    EXPECT_EQ(first.arrived(1) + "|" + second.arrived(1), "with nine|seventeen letters");
+    EXPECT_EQ(xp_bitransfer_ex(first[0], first[0], second[0], second[0], 0, &seen.base), IOERROR_TIMEOUT);
+    EXPECT_EQ(seen.seen + first.arrived(1) + second.arrived(1), "8> 8< 8> 1< 1> with nineseventeen letters");
     EXPECT_EQ(xp_bitransfer_ex(not_open, first[0], first[0], first[0], 0, nullptr), IOERROR_POLLERR);
-}
-
-TEST(Io, RelayEnds) {
     signal(SIGPIPE, SIG_IGN); // pipes raise it
     const struct {
         const char *name, *in, *out; // what happened at the input and the output of one direction
@@ -199,8 +185,7 @@ TEST(Io, FormattedOutputGoesOutInAreas) {
     channel c(pipes);
     for (const int error : {EINTR, 0}) { // not repeated, and short
         const fault_io last_write(call::write, 1, error);
-        EXPECT_EQ(xp_fdprintf(c[1], 1000, "ab%s", "c"), error ? -1 : 3);
-        EXPECT_EQ(last_write.calls(), 1);
+        EXPECT_TRUE(xp_fdprintf(c[1], 1000, "ab%s", "c") == (error ? -1 : 3) && last_write.calls() == 1);
     }
     EXPECT_EQ(c.arrived(), "a");
     for (const int length : {8192, 8193})

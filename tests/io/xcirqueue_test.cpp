@@ -50,7 +50,7 @@ TEST_F(BlockingQueue, GetWithoutWaitingKeepsTheMutexAndShutdownDeliversWhatIsQue
 TEST_F(BlockingQueue, TheEndOfABatchWakesAllWhoWaitForRoomAndShutdownTheRest) {
     for (const int n : {1, 2, 3}) put(n, 0);
     std::atomic<int> refused = 0;
-    std::vector<std::thread> producers;
+    std::vector<std::jthread> producers;
     for (const int timeout : {-1, -1, 60'000, 60'000, 60'000})
         producers.emplace_back([&, timeout] { refused += put(4, timeout); });
     const auto await = [&](unsigned waiters) { // the C library's own count, times 8
@@ -59,14 +59,13 @@ TEST_F(BlockingQueue, TheEndOfABatchWakesAllWhoWaitForRoomAndShutdownTheRest) {
     };
     await(5);
     EXPECT_EQ(taken(xpxcq_get_first(&queue, &item, -1, &batch)), 1);
-    EXPECT_EQ(taken(xpxcq_get_next(&queue, &item, &batch)), 2);
-    EXPECT_EQ(batch, 2);
+    EXPECT_TRUE(taken(xpxcq_get_next(&queue, &item, &batch)) == 2 && batch == 2);
     xpxcq_get_end(&queue, batch);
     for (bool full = false; !full; pthread_mutex_unlock(&queue.mutex))
         pthread_mutex_lock(&queue.mutex), full = xpcq_count(&queue.queue) == 3;
     await(3); // the others wait again
     xpxcq_shutdown(&queue);
-    for (auto &producer : producers) producer.join();
+    producers.clear();
     EXPECT_EQ(refused, 3 * XP_XCQ_SHUTDOWN);
 }
 
@@ -83,30 +82,28 @@ TEST_F(BlockingQueue, TheDeadlineIsFixedAtTheStartAndCarriesSeconds) {
 }
 
 TEST_F(BlockingQueue, EveryItemArrivesOnceAndInOrder) {
-    xp_xcirqueue *many = nullptr;
-    for (const intptr_t pairs : {1, 2, 8}) {
-        const intptr_t count = 320'000 / pairs; // of each producer
+    for (const int pairs : {1, 2, 8}) {
+        xp_xcirqueue *many = nullptr;
         harness::oom_sweep([&] { many = xp_create_xcirqueue(16); });
+        const intptr_t count = 320'000 / pairs; // of each producer
         std::atomic<intptr_t> sum = 0, producing = pairs;
-        const auto produce = [&](intptr_t n) {
+        const auto produce = [&](int n) {
             for (intptr_t i = 1; i <= count; i++)
                 xpxcq_put(many, reinterpret_cast<void *>(pairs * i + n), n % 2 ? -1 : 60'000);
             if (!--producing) xpxcq_shutdown(many);
         };
         const auto consume = [&](bool batches) {
             intptr_t last[8] = {}, got;
-            void **out = reinterpret_cast<void **>(&got);
-            const auto use = [&] {
-                EXPECT_LT(last[got % pairs], got / pairs);
-                sum += last[got % pairs] = got / pairs;
-            };
-            for (int size = 1; batches && size; xpxcq_get_end(many, size))
-                for (int next = xpxcq_get_first(many, out, -1, &size); next == XP_XCQ_OK;
-                     next = size < 4 ? xpxcq_get_next(many, out, &size) : XP_XCQ_WOULDBLOCK)
-                    use();
-            while (!batches && xpxcq_get(many, out, 60'000) == XP_XCQ_OK) use();
+            void **const out = reinterpret_cast<void **>(&got);
+            for (int size = 1;; xpxcq_get_end(many, batches ? size : 0)) {
+                if (batches ? xpxcq_get_first(many, out, -1, &size) : xpxcq_get(many, out, 60'000)) break;
+                do {
+                    EXPECT_LT(last[got % pairs], got / pairs);
+                    sum += last[got % pairs] = got / pairs;
+                } while (batches && size < 4 && xpxcq_get_next(many, out, &size) == XP_XCQ_OK);
+            }
         };
-        harness::in_threads(static_cast<int>(2 * pairs), [&](int n) { n < pairs ? produce(n) : consume(n % 2); });
+        harness::in_threads(2 * pairs, [&](int n) { n < pairs ? produce(n) : consume(n % 2); });
         EXPECT_EQ(sum, pairs * (count * (count + 1) / 2));
         xp_destroy_xcirqueue(many);
     }
