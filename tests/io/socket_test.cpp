@@ -11,7 +11,7 @@
 #include "support/fault.h"
 #include "support/folder.h"
 #include "support/harness.h"
-#include "support/listener.h"
+#include "support/servers.h"
 #include "vorncore/io/io.h"
 
 using namespace harness;
