@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "support/harness.h"
@@ -9,102 +10,70 @@
 
 namespace outline {
 
-using attributes = std::map<std::string, std::string>;
+using attributes = std::multiset<std::string>; // NAME=VALUE
 
-/// Written from first to last.
-class writer {
-  public:
-    std::string line;
-
-    void start(const std::string &name, const attributes &values) {
-        separate();
-        line += name;
-        if (!values.empty()) line += in_braces(values);
-        line += '[';
-    }
-    void end() { line.back() == '[' ? line.pop_back() : line.push_back(']'); }
-    void leaf(char quote, const std::string &text) {
-        separate();
-        line += quote + text + quote;
-    }
-
-    static std::string in_braces(const attributes &values) {
-        std::string text;
-        for (const auto &[name, value] : values) text += (text.empty() ? "" : " ") + name + '=' + value;
-        return '{' + text + '}';
-    }
-
-  private:
-    void separate() {
-        if (!line.empty() && line.back() != '[') line += ' ';
-    }
-};
-
-template <class Value>
-attributes values_of(xp_hashtable *table, Value value) {
-    attributes values;
-    xp_hashenum e;
-    if (table)
-        for (xp_init_hashenum(&e, table); xphe_next(&e);)
-            values[static_cast<char *>(e.current->key)] = value(e.current->value);
-    return values;
+inline std::string in_braces(const attributes &values) {
+    std::string text;
+    for (const auto &value : values) text += (text.empty() ? "{" : " ") + value;
+    return text.empty() ? "" : text + '}';
 }
 
-/// Calls the writer for a node and all below it, or for all below a tree.
-template <class Writer>
-void write(Writer &to, const xp_xmlnode *node) {
-    switch (node->kind) {
-    case XP_XML_TEXT: return to.leaf('\'', node->text);
-    case XP_XML_CDATA: return to.leaf('!', node->text);
-    case XP_XML_PI: return to.leaf('%', node->text);
-    case XP_XML_COMMENT: return to.leaf('#', node->text);
-    case XP_XML_ELEMENT: {
-        const auto values = values_of(node->attributes, [](void *a) { return static_cast<xp_xmlattr *>(a)->value; });
-        EXPECT_EQ(node->attribute_count, values.size());
-        to.start(node->text, values);
-    }
-    }
-    for (int i = 0; i < xpxn_child_count(node); i++) {
-        EXPECT_EQ(xpxn_child(node, i)->parent, node);
-        write(to, xpxn_child(node, i));
-    }
-    if (node->kind == XP_XML_ELEMENT) to.end();
+/// With the namespace and the prefix, once names are resolved: {namespace}prefix|name.
+template <class Record>
+std::string full_name(const Record *record, const char *name) {
+    return (record->ns ? std::string("{") + record->ns + '}' : "") +
+           (record->prefix ? std::string(record->prefix) + '|' : "") + name;
 }
 
 inline std::string of(const xp_xmlnode *node) {
-    writer to;
-    write(to, node);
-    return to.line;
-}
-
-inline std::string of(xp_xmltree &tree) {
-    const auto declared = values_of(tree.declaration, [](void *value) { return static_cast<char *>(value); });
-    return (tree.declaration ? "xml" + writer::in_braces(declared) + ' ' : "") + of(xpxt_node(&tree));
+    static const std::map<uint32_t, std::string> quotes = {
+        {XP_XML_TEXT, "'"}, {XP_XML_CDATA, "!"}, {XP_XML_PI, "%"}, {XP_XML_COMMENT, "#"}, {XP_XML_ATTRIBUTE, "@"}};
+    if (const auto quote = quotes.find(node->kind); quote != quotes.end())
+        return quote->second + node->text + quote->second;
+    const bool is_tree = node->kind == XP_XML_TREE; // its attributes are the declaration's
+    attributes values;
+    xp_hashenum e;
+    if (node->attributes) {
+        for (xp_init_hashenum(&e, node->attributes); xphe_next(&e);)
+            if (is_tree)
+                values.insert(static_cast<char *>(e.current->key) + std::string("=") +
+                              static_cast<char *>(e.current->value));
+            else
+                for (auto *a = static_cast<xp_xmlattr *>(e.current->value); a; a = a->next)
+                    values.insert(full_name(a, a->name) + '=' + a->value);
+    }
+    std::string children;
+    for (int i = 0; i < xpxn_child_count(node); i++) {
+        EXPECT_EQ(xpxn_child(node, i)->parent, node);
+        if (i) children += ' ';
+        children += of(xpxn_child(node, i));
+    }
+    if (is_tree) return (node->attributes ? "xml" + in_braces(values) + ' ' : "") + children;
+    EXPECT_EQ(node->attribute_count, values.size());
+    return full_name(node, node->text) + in_braces(values) + '[' + children + ']';
 }
 
 /// A text with its tree, for as long as the test runs.
 struct document {
-    explicit document(std::string source) : text(std::move(source)) {
-        EXPECT_EQ(xp_init_xmltree(&tree, text.data(), 0, nullptr), 1) << text;
-    }
+    explicit document(const std::string &source, uint32_t skip_mask = 0)
+        : text(source.c_str()), parsed(xp_init_xmltree(&tree, text.data(), skip_mask, &offset)) {}
     document(const document &) = delete;
-    ~document() { xp_close_xmltree(&tree); }
+    ~document() {
+        if (parsed) xp_close_xmltree(&tree);
+    }
     xp_xmlnode *top() { return xpxt_node(&tree); }
     xp_xmlnode *child(int index) { return xpxn_child(tree.root, index); }
-    std::string text;
-    xp_xmltree tree;
-};
 
-/// The outline of a text's tree; "@" and the offset of the error when there is none.
-inline std::string of_text(std::string_view text, uint32_t skip_mask = 0) {
-    harness::guard_page page(std::string(text) + '\0');
-    int offset = -1;
+    /// "@" and the offset of the error when there is no tree.
+    std::string outline() {
+        EXPECT_EQ(offset == -1, parsed);
+        return parsed ? of(top()) : '@' + std::to_string(offset);
+    }
+
+    harness::guarded_text text;
     xp_xmltree tree;
-    if (!xp_init_xmltree(&tree, page.data(), skip_mask, &offset)) return '@' + std::to_string(offset);
-    EXPECT_EQ(offset, -1);
-    const std::string result = of(tree);
-    xp_close_xmltree(&tree);
-    return result;
-}
+    int offset = -1;
+    int parsed;
+};
 
 } // namespace outline
