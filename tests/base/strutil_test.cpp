@@ -8,12 +8,12 @@
 
 using namespace harness;
 
+// xp_tokenize is compared with a plain splitter by tokenize_fuzz.
 TEST(StrUtil, TrimCutsBothEndsAndNothingInside) {
     const char *const cases[][3] = {
         // text, set (null: white space), what stays
         {"  a b  ", nullptr, "a b"}, {"   ", nullptr, ""},   {"", nullptr, ""},  {"\t\n\v\f\r x", nullptr, "x"},
-        {"\xA0x", nullptr, "\xA0x"}, {"--a-b-", "-", "a-b"}, {" a ", "", " a "}, {"--", "-", ""},
-        {"\xE9x\xE9", "\xE9", "x"}};
+        {"\xA0x", nullptr, "\xA0x"}, {"--a-b-", "-", "a-b"}, {" a ", "", " a "}, {"\xE9\xE9x\xE9", "\xE9", "x"}};
     for (const auto &[text, set, trimmed] : cases) {
         guarded_text copy(text);
         EXPECT_STREQ(set ? xp_trim_ex(copy.data(), set) : xp_trim(copy.data()), trimmed) << '<' << text << '>';
@@ -23,17 +23,6 @@ TEST(StrUtil, TrimCutsBothEndsAndNothingInside) {
     EXPECT_STREQ(text, "ae-e");
 }
 
-// What the cuts are is compared with a plain splitter by tokenize_fuzz.
-TEST(StrUtil, TokenizeTakesATableForATableAndStopsAtTheCapacity) {
-    std::string table(256, '\0');
-    table[0] = table[';'] = 1; // entry 1 is zero
-    char text[] = "a;b\x01;c;d", *pieces[3] = {};
-    EXPECT_EQ(xp_tokenize(pieces, 2, text, table.data(), XP_TOKENIZE_TABLE), -1);
-    EXPECT_STREQ(pieces[1], "b\x01");
-    EXPECT_EQ(pieces[2], nullptr);
-    EXPECT_EQ(xp_tokenize(nullptr, 0, nullptr, ",", 0), 0);
-}
-
 TEST(StrUtil, PrefixesAndSuffixesAgreeWithTheCLibrary) {
     const char abc[] = "abc"; // its shorter ends have a matching byte in front
     const char *const texts[] = {abc, abc + 1, abc + 2, abc + 3, "a", "A[", "a{", "aB", "bC", "x\xC9", "\xE9"};
@@ -41,16 +30,16 @@ TEST(StrUtil, PrefixesAndSuffixesAgreeWithTheCLibrary) {
         for (const char *part : texts) {
             const size_t length = strlen(part);
             const char *const tail = strlen(text) < length ? "none" : text + strlen(text) - length;
-            const auto check = [=](auto call, bool match, const char *where) {
+            const auto check = [=](auto call, int difference, const char *where) {
                 const char *out = nullptr;
-                EXPECT_TRUE(call(text, part, &out) == match && call(text, part, nullptr) == match)
+                EXPECT_EQ(call(text, part, &out) + call(text, part, nullptr), difference ? 0 : 2)
                     << text << ' ' << part;
-                EXPECT_EQ(out, match ? where : nullptr) << text << ' ' << part;
+                EXPECT_EQ(out, difference ? nullptr : where) << text << ' ' << part;
             };
-            check(xp_starts_with, !strncmp(text, part, length), text + length);
-            check(xp_case_starts_with, !strncasecmp(text, part, length), text + length);
-            check(xp_ends_with, !strcmp(tail, part), tail);
-            check(xp_case_ends_with, !strcasecmp(tail, part), tail);
+            check(xp_starts_with, strncmp(text, part, length), text + length);
+            check(xp_case_starts_with, strncasecmp(text, part, length), text + length);
+            check(xp_ends_with, strcmp(tail, part), tail);
+            check(xp_case_ends_with, strcasecmp(tail, part), tail);
         }
 }
 
@@ -79,11 +68,9 @@ TEST(StrUtil, IntToStrFillsTheBufferFromItsEnd) {
 TEST(StrUtil, UrlCoding) {
     for (int byte = 1; byte < 256; byte++) {
         char expected[8], source[] = {static_cast<char>(byte), 'x', '\0'};
-        const bool one = isalnum(byte) || strchr("*-._ ", byte);
-        snprintf(expected, sizeof expected, one ? "%cx" : "%%%02Xx", byte == ' ' ? '+' : byte);
+        snprintf(expected, sizeof expected, isalnum(byte) || strchr("*-._", byte) ? "%cx" : "%%%02Xx", byte);
         guard_page encoded("1234567"); // exactly the room that is asked for
-        EXPECT_EQ(xp_url_encode(source, encoded.data()), encoded.data());
-        EXPECT_STREQ(encoded.data(), expected);
+        EXPECT_STREQ(xp_url_encode(source, encoded.data()), byte == ' ' ? "+x" : expected);
         EXPECT_STREQ(xp_url_decode(encoded.data()), source);
     }
     const char *const cases[][2] = {{"%zz%41+", "%zzA "},   {"a%4", "a%4"},       {"%4%41", "%4A"},

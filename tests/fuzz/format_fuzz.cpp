@@ -1,12 +1,9 @@
-// What is formatted does not depend on the areas that it goes through.
-#include <stdlib.h>
-#include <string.h>
+// What is formatted does not depend on the areas that it goes through, and ends where no other is given.
+#include "tests/fuzz/target.h"
+
 #include <sys/mman.h>
 
-#include <algorithm>
-#include <string>
-
-#include "vorncore/base/membuf.h"
+#include "vorncore/base/format.h"
 
 namespace {
 
@@ -14,28 +11,42 @@ namespace {
 const char *low_text() {
     void *page = mmap(reinterpret_cast<void *>(0x10000), 4096, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
-    if (page == MAP_FAILED) abort();
-    return strcpy(static_cast<char *>(page) + 16, "a text for every directive");
+    require(page != MAP_FAILED);
+    return strcpy(static_cast<char *>(page) + 16, "a text for all directives, of forty bytes");
 }
 
-std::string formatted(const char *format, uint32_t area) {
-    static const char *const t = low_text();
-    xp_membuf mb;
-    xp_init_membuf(&mb, area);
-    xpmb_set_maxlength(&mb, 1 << 18);
-    const int count = xpmb_printf(&mb, format, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t);
-    const std::string output(mb.data, mb.cursor);
-    xp_close_membuf(&mb);
-    if (count != (count < 0 ? -1 : static_cast<int>(output.size()))) abort();
-    return count < 0 ? "refused" : "done " + output;
-}
+/// Areas of one size, one after the other; the byte behind them is watched.
+struct areas : xp_fmt_target {
+    areas(size_t size, int count) : area(size + 1, '#'), left(count) {
+        begin = area.data(), end = begin + size, cursor = nullptr;
+        newbuf = [](xp_fmt_target *target) -> int32_t {
+            auto *self = static_cast<areas *>(target);
+            self->output.append(self->begin, self->end);
+            return --self->left > 0;
+        };
+    }
+    int print(const char *format) {
+        static const char *const t = low_text();
+        const int count = xp_format(this, format, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t, t);
+        require(area.back() == '#' && (cursor != nullptr) == (count >= 0));
+        if (cursor) output.append(begin, cursor);
+        return count;
+    }
+    std::string area, output;
+    int left;
+};
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0) return 0;
-    // These hold no directives for more than 21 arguments.
-    const std::string format(reinterpret_cast<const char *>(data + 1), std::min<size_t>(size - 1, 32));
-    if (formatted(format.c_str(), 1 + data[0]) != formatted(format.c_str(), 1 << 18)) abort();
-    return 0;
+static void check(std::string_view input) {
+    if (input.empty()) return;
+    const size_t size = 1 + static_cast<unsigned char>(input[0]) % 64;
+    const std::string format(input.substr(1, 32)); // it holds no directives for more than 21 arguments
+    areas whole(1 << 18, 1), many(size, 1 << 18), few(size, 3);
+    const int count = whole.print(format.c_str());
+    if (count < 0) return;
+    require(many.print(format.c_str()) == count && many.output == whole.output);
+    require(count == static_cast<int>(whole.output.size()) && (1 << 18) - many.left == (count - !!count) / int(size));
+    require(few.print(format.c_str()) == (whole.output.size() > 3 * size ? -1 : count));
+    require(few.output == whole.output.substr(0, 3 * size));
 }

@@ -1,12 +1,9 @@
 // A response means the same however it is cut into pieces; what fails says why.
-#include <errno.h>
-#include <stdlib.h>
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "tests/fuzz/target.h"
 
-#include <algorithm>
-#include <string>
+#include <errno.h>
+#include <sys/syscall.h>
+
 #include <tuple>
 
 #include "vorncore/app/internal/httpclient.h"
@@ -16,32 +13,30 @@ static size_t piece = SIZE_MAX; // bytes that a read gives at most
 
 extern "C" ssize_t read(int fd, void *to, size_t length) { return syscall(SYS_read, fd, to, std::min(length, piece)); }
 
-static auto receive(const uint8_t *data, size_t size, size_t largest_piece, bool head) {
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) || write(ends[1], data, size) != static_cast<ssize_t>(size)) abort();
-    close(ends[1]);
+static auto receive(std::string_view input, size_t largest_piece, bool head) {
+    const fed_socket server(input);
     xp_http client;
     xp_init_http(&client, nullptr);
     if (head) client.method = XP_HTTP_HEAD;
     piece = largest_piece;
     errno = 0; // it is part of error texts
-    const int result = __xphttp_receive_response(&client, ends[0]);
+    const int result = __xphttp_receive_response(&client, server.end());
     piece = SIZE_MAX; // inputs are read too
-    if (result ? strlen(client.resp_code) != 3 || client.errmsg : !client.errmsg) abort();
+    require(result ? strlen(client.resp_code) == 3 && !client.errmsg : client.errmsg != nullptr);
     std::string body, error = client.errmsg ? client.errmsg : "";
     if (client.resp_body) body.assign(client.resp_body->data, client.resp_body->cursor);
     if (const char *cookie = xphttp_response_header(&client, "Set-Cookie")) vorncore::cut_cookie(strdupa(cookie));
     const int headers = xpht_count(client.resp_headers);
-    if (body.size() + static_cast<size_t>(headers) > size) abort();
+    require(body.size() + static_cast<size_t>(headers) <= input.size());
     std::tuple outcome(result, std::string(client.resp_code), body, error, headers);
     xp_close_http(&client);
-    close(ends[0]);
+    close(server.end());
     return outcome;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size < 1 || size > 1 << 16) return 0;
-    const bool head = *data >= 0xF0;
-    if (receive(data + 1, size - 1, SIZE_MAX, head) != receive(data + 1, size - 1, *data % 32 + 1, head)) abort();
-    return 0;
+static void check(std::string_view input) {
+    if (input.empty() || input.size() > 1 << 16) return;
+    const auto choice = static_cast<unsigned char>(input[0]);
+    const bool head = choice >= 0xF0;
+    require(receive(input.substr(1), SIZE_MAX, head) == receive(input.substr(1), choice % 32 + 1, head));
 }

@@ -1,14 +1,10 @@
 // What is read as a date is written as one that reads the same.
-#include <stdlib.h>
-
-#include <string>
-
+#include "tests/fuzz/target.h"
 #include "vorncore/app/httpdate.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const int64_t seconds = xp_parse_http_date(std::string(data, data + size).c_str());
+static void check(std::string_view input) {
+    const int64_t seconds = xp_parse_http_date(std::string(input).c_str());
     char made[30];
-    if (seconds < -1 || xp_make_http_date(seconds, made) != made) abort();
-    if (seconds >= 0 && *made && xp_parse_http_date(made) != seconds) abort();
-    return 0;
+    require(seconds >= -1 && xp_make_http_date(seconds, made) == made);
+    require(seconds < 0 || !*made || xp_parse_http_date(made) == seconds);
 }

@@ -1,8 +1,5 @@
 // The parts of a URL, put together, make a URL of the same parts.
-#include <stdlib.h>
-
-#include <string>
-
+#include "tests/fuzz/target.h"
 #include "vorncore/app/httpurl.h"
 
 static std::string parts_of(std::string text) {
@@ -11,8 +8,7 @@ static std::string parts_of(std::string text) {
     return "http://" + std::string(url.host) + ":" + std::to_string(url.port) + "/" + url.path;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const std::string parts = parts_of(std::string(data, data + size));
-    if (parts_of(parts) != parts) abort();
-    return 0;
+static void check(std::string_view input) {
+    const std::string parts = parts_of(std::string(input));
+    require(parts_of(parts) == parts);
 }

@@ -1,10 +1,5 @@
 // Both tokenizers against a plain splitter. Input: flags, number of delimiters, the delimiters, the text.
-#include <stdlib.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
-
+#include "tests/fuzz/target.h"
 #include "vorncore/base/array.h"
 #include "vorncore/base/strutil.h"
 
@@ -23,27 +18,28 @@ static std::vector<std::string> split(const std::string &text, const std::string
     return pieces;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size < 2 || size < 2u + data[1] % 8) return 0;
-    const auto *bytes = reinterpret_cast<const char *>(data);
-    std::string delimiters = std::string(bytes + 2, data[1] % 8).c_str(), table(256, '\0');
-    std::string text = std::string(bytes + 2 + data[1] % 8, bytes + size).c_str(), copy = text;
-    const int flags = data[0] & 7;
+static void check(std::string_view input) {
+    const size_t size = input.size(), count = size < 2 ? 0 : input[1] & 7;
+    if (size < 2 + count) return;
+    std::string delimiters = std::string(input.substr(2, count)).c_str(), table(256, '\0');
+    std::string text = std::string(input.substr(2 + count)).c_str();
+    const int flags = input[0] & 7;
     if (flags & XP_TOKENIZE_TABLE) delimiters += '\x01'; // entry 1 set: a table to the array's tokenizer too
     for (const char c : delimiters + '\0') table[static_cast<unsigned char>(c)] = 1;
     const void *set = flags & XP_TOKENIZE_TABLE ? table.data() : delimiters.c_str();
+    std::string unaligned = delimiters + text;
     auto expected = split(text, delimiters, flags);
 
     xp_array array;
     xp_init_array(&array, 1, nullptr, nullptr);
-    xpar_tokenize(&array, copy.data(), set, flags);
+    xpar_tokenize(&array, unaligned.data() + delimiters.size(), set, flags);
     char **const items = reinterpret_cast<char **>(array.items);
-    if (std::vector<std::string>(items, items + array.count) != expected) abort();
-    const int capacity = std::max(0, data[0] & 8 ? array.count - 1 : array.count);
-    const int count = xp_tokenize(items, capacity, text.data(), set, flags);
-    if (count != (capacity < array.count ? -1 : array.count)) abort();
+    require(std::vector<std::string>(items, items + array.count) == expected);
+    if (text.find('\x01') == text.npos) table[1] = 0;
+    const int capacity = std::max(0, input[0] & 8 ? array.count - 1 : array.count);
+    require(xp_tokenize(items, capacity, text.data(), set, flags) == (capacity < array.count ? -1 : array.count));
     expected.resize(static_cast<size_t>(capacity));
-    if (std::vector<std::string>(items, items + capacity) != expected) abort();
+    require(std::vector<std::string>(items, items + capacity) == expected);
+    require(xp_tokenize(nullptr, 0, nullptr, set, flags) == 0);
     xp_close_array(&array);
-    return 0;
 }
