@@ -14,7 +14,7 @@ std::string formatted(const char *format, ...) {
     va_start(arguments, format);
     char *const made = xp_vsprintf(format, arguments);
     va_end(arguments);
-    const std::string text = made;
+    std::string text = made;
     free(made);
     return text;
 }
@@ -60,7 +60,9 @@ TEST(Format, AgreesWithThePlatformOnWhatBothKnow) {
         const std::string width = any_of({"", "1", "12", "40"}), precision = any_of({"", ".", ".9", ".17", ".39"});
         std::string flags = any_of({"", "-", "+", " ", "0", "#"}) + any_of({"", "-", "+", " ", "0", "#"});
         if (conversion == "o" && !precision.empty()) std::erase(flags, '#');
-        const std::string format = "<%" + flags + width + precision + size + conversion + any_of({"", " and a tail"});
+        std::string format = "<%";
+        for (const auto &part : {flags, width, precision, size, conversion, any_of({"", " and a tail"})})
+            format += part;
         const auto value = static_cast<long long>(random()) >> random() % 64;
         const auto narrow = static_cast<int>(value);
         if (value == LLONG_MIN || narrow == INT_MIN || (precision == "." && !narrow)) continue;

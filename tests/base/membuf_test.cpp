@@ -13,11 +13,11 @@ const struct {
     // byte by byte: from the first capacity, doubled
     {[](xp_membuf *mb) { return xpmb_add_str_v(mb, "", nullptr); }, 1, "", 0},
     {[](xp_membuf *mb) { return xpmb_add_str_v(mb, "x", "", "yz", nullptr); }, 1, "xyz", 3},
-    {[](xp_membuf *mb) { return xpmb_add_char(mb, 'a'); }, 1, "xyza", 6},
-    {[](xp_membuf *mb) { return xpmb_add_str_url_encode(mb, "~"); }, 1, "xyza%7E", 12},
-    {[](xp_membuf *mb) { return xpmb_add_str_url_encode(mb, " \xFF!~"); }, 1, "xyza%7E+%FF%21%7E", 24},
-    {[](xp_membuf *mb) { return xpmb_add_str(mb, "1234567"); }, 1, "xyza%7E+%FF%21%7E1234567", 24},
-    {[](xp_membuf *mb) { return (xpmb_add_char)(mb, '8'); }, 1, "xyza%7E+%FF%21%7E12345678", 48},
+    {[](xp_membuf *mb) { return xpmb_add_char(mb, 'a') ? xpmb_add_char(mb, 'b') : 0; }, 1, "xyzab", 6},
+    {[](xp_membuf *mb) { return xpmb_add_str_url_encode(mb, "~"); }, 1, "xyzab%7E", 12},
+    {[](xp_membuf *mb) { return xpmb_add_str_url_encode(mb, " \xFF!~"); }, 1, "xyzab%7E+%FF%21%7E", 24},
+    {[](xp_membuf *mb) { return xpmb_add_str(mb, "123456"); }, 1, "xyzab%7E+%FF%21%7E123456", 24},
+    {[](xp_membuf *mb) { return (xpmb_add_char)(mb, '7'); }, 1, "xyzab%7E+%FF%21%7E1234567", 48},
     {[](xp_membuf *mb) { return xpmb_reset(mb), xpmb_reset(mb), 1; }, 1, "", 0},
     // reserved: from 2, doubled
     {[](xp_membuf *mb) { return xpmb_add_data(mb, nullptr, 0) & xpmb_ensure(mb, 0); }, 1, "", 0},
@@ -51,7 +51,8 @@ const struct {
     {[](xp_membuf *mb) { return xpmb_set_size(mb, 6); }, 1, "a+%7Ex", 6},
     {[](xp_membuf *mb) { return xpmb_reset(mb), 1; }, 1, "", 0},
     {[](xp_membuf *mb) { return xpmb_printf(mb, "1234567"); }, -1, "", 5},
-    {[](xp_membuf *mb) { return xpmb_set_size(mb, 6) | xpmb_add_data(mb, "123456", 6); }, 0, "", 5},
+    {[](xp_membuf *mb) { return xpmb_set_size(mb, 6) | xpmb_ensure(mb, 6) | xpmb_add_data(mb, "123456", 6); }, 0, "",
+     5},
     {[](xp_membuf *mb) { return xpmb_add_data(mb, "12345", 5); }, 1, "12345", 5},
 };
 
