@@ -87,26 +87,26 @@ TEST(Http, RequestsAreSentToTheByte) {
         {"POST /#" + form + "-1\r\n\r\n",
          [](auto c, auto u) { return xphttp_post(c, address_of(u->port).c_str(), nullptr, -1); }},
         {"POST /p#" + parts + "44\r\n\r\n--~--\r\n", [](auto c, auto u) { return xphttp_post_url_v(c, u, nullptr); }},
-        {"POST /#" + parts + "420\r\n\r\n" + part + "\"text\"\r\n\r\nvalue\r\n" + part +
-             "\"file\"; filename=\"f.bin\"\r\nContent-Type: application/octet-stream\r\n\r\na\0b\r\n"s + part +
+        {"POST /#" + parts + "420\r\n\r\n" + part + "\"t\"\nt\"\r\n\r\nvalue\r\n" + part +
+             "\"file\"; filename=\"f\"\nin\"\r\nContent-Type: application/octet-stream\r\n\r\na\0b\r\n"s + part +
              "\"typed\"; filename=\"t\"\r\nContent-Type: text/x\r\n\r\n\r\n--~--\r\n",
          [](auto c, auto u) {
-             return xphttp_post_v(c, address_of(u->port).c_str(), "text", "value", -1, nullptr, "ignored", "file",
-                                  "a\0bc", 3, "f.bin", nullptr, "typed", "not sent", 0, "t", "text/x", nullptr);
+             return xphttp_post_v(c, address_of(u->port).c_str(), "t\"\nt", "value", -1, nullptr, "ignored", "file",
+                                  "a\0bc", 3, "f\"\nin", nullptr, "typed", "not sent", 0, "t", "text/x", nullptr);
          }},
-        {"GET http://far:80/x?y HTTP/1.1\r\nHost: far\r\nConnection: close\r\nUser-Agent: t\r\n\r\n",
+        {"GET http://f\nar:80/x\r\n?y HTTP/1.1\r\nHost: f\nar\r\nConnection: close\r\nUser-Agent: t\r\n\r\n",
          [](auto c, auto u) {
              xphttp_set_proxy(c, u->host, u->port);
-             return xphttp_get(c, "http://far/x?y", nullptr);
+             return xphttp_get(c, "http://f\nar/x\r\n?y", nullptr);
          }},
-        {"GET /p#Cookie: a+1=b%3B; b=\r\nX-Y: z\nw\r\n\r\nGET /p#Cookie: old=1\r\nX-Y: z\nw\r\n\r\n"
-         "GET /p#Cookie: e+f=g+h; odd=%3Bx%3D1; k=1\r\nX-Y: z\nw\r\n\r\n",
+        {"GET /p#Cookie: a+1=b%3B; b=\r\nX\nY: z\nw\r\n\r\nGET /p#Cookie: old=1\r\nX\nY: z\nw\r\n\r\n"
+         "GET /p#Cookie: e+f=g+h; odd=%3Bx%3D1; k=1\r\nX\nY: z\nw\r\n\r\n",
          [](auto c, auto u) {
              xphttp_add_cookie(c, "gone", "1");
              xphttp_clear_cookies(c);
              for (const char *value : {"former", "b;"}) xphttp_add_cookie(c, "a 1", value);
              xphttp_add_cookie(c, "b", "");
-             for (const char *name : {"X-Y", "gone"}) xphttp_add_header(c, name, "z\nw");
+             for (const char *name : {"X\nY", "gone"}) xphttp_add_header(c, name, "z\nw");
              xphttp_del_header(c, "gone");
              if (!get(c, u)) return 0;
              for (const char *name : {"a 1", "b"}) xphttp_del_cookie(c, name);
@@ -117,10 +117,29 @@ TEST(Http, RequestsAreSentToTheByte) {
          },
          std::vector(3, head + "Set-Cookie: k=1; path=/\r\nset-cookie: e%20f=g+h\r\nSet-Cookie: k=2\r\n"
                                "Set-Cookie: odd=;x=1\r\nSet-Cookie: old; path=/\r\n\r\n")},
+        {"GET /pa+b=1%26%C3&c=#\r\nGET /x#Cookie: s=1\r\n\r\n",
+         [](auto c, auto u) { return c->max_redirects = 1, xphttp_get_url(c, u, pairs); },
+         {"HTTP/1.1 302 Found" + moved + "@/x\r\n\r\n", ok}},
+        {"GET http://one:80/ HTTP/1.1\r\nHost: one\r\nConnection: close\r\nUser-Agent: t\r\n\r\n"
+         "GET http://two:80/ HTTP/1.1\r\nHost: two\r\nConnection: close\r\nUser-Agent: t\r\nCookie: k=1\r\n\r\n",
+         [](auto c, auto u) { // to every host, for ever
+             xphttp_set_proxy(c, u->host, u->port), c->absorb_cookies = 1;
+             return xphttp_get(c, "http://one", nullptr) && xphttp_get(c, "http://two", nullptr) ? 1 : 0;
+         },
+         {head + "Set-Cookie: k=1; Max-Age=0; Domain=one; Secure\r\n\r\n", ok}},
+        {"GET /p#X: 1\r\n\r\nGET /p#X: 2\r\n\r\n", // the lines are built anew each time
+         [](auto c, auto u) {
+             xphttp_add_header(c, "X", "1");
+             return get(c, u) && xpht_update(c->header_table, "X", "2") && get(c, u) ? 1 : 0;
+         },
+         {ok, ok}},
         {"POST /p#" + form + "1\r\n\r\nxGET /" + long_path + "#Cookie: s=1\r\n\r\nGET /#Cookie: s=1\r\n\r\n",
-         [](auto c, auto u) { // to the end of the chain
-             c->max_redirects = 1;
-             return xphttp_post_url(c, u, "x", 1) && c->redirect_count == 0 && *c->resp_body->data == '.' ? 1 : 0;
+         [](auto c, auto u) {                             // to the end of the chain
+             c->max_redirects = 1, c->absorb_cookies = 1; // those of the redirecting responses alone
+             return xphttp_post_url(c, u, "x", 1) && c->redirect_count == 0 && *c->resp_body->data == '.' &&
+                            !strcmp(static_cast<const char *>(xpht_get(c->cookie_table, "s")), "1")
+                        ? 1
+                        : 0;
          },
          {"HTTP/1.1 302 Found" + moved + "http://@/" + long_path + "\r\n\r\n",
           "HTTP/1.1 301 Moved" + moved + "@\r\n\r\n", "HTTP/1.1 301 Moved\r\nSet-Cookie: s=2\r\n\r\n."}},
@@ -163,6 +182,8 @@ TEST(Http, ResponsesAreReadIntoMemoryOrAStream) {
          "200", "0123456789", "", "abc0123456789"},
         {chunked + "2\r\nab\r\n0a\r\n0123456789", "200", "ab"},
         {chunked + "0\r\n\r\n", "200", ""},
+        {chunked + "100000002\r\nab\r\n0\r\n", "200", "ab"},     // the low 32 bits count
+        {chunked + "2;x\r\n4\r\nabcd\r\n0\r\n", "200", "abcd"},  // an extension: more digits
         {chunked + "80000000\r\n2\r\nab\r\n0\r\n", "200", "ab"}, // passed over
         {"HTTP/1.1 100 Continue\r\n\r\n" + ok, "100", ok},
         {chunked + "2\r\nab\r\n", "200", "ab"}, // the end between chunks
@@ -213,6 +234,7 @@ TEST(Http, FailedRequestsAreTold) {
     client.fails(xphttp_post(&client, at.c_str(), large.data(), 1 << 24),
                  "xpwb_flush() fail : IOERROR_WRITETIMEOUT:errno=");
     EXPECT_EQ(client.wbuf->fd, -1) << "what is left of the request must not reach the next owner of the descriptor";
+    EXPECT_EQ(client.rbuf->timeout, -1) << "not of reading";
     client.rbuf->timeout = 0;
     client.fails(xphttp_get(&client, at.c_str(), nullptr), "xprb_read_line() fail : IOERROR_READTIMEOUT:errno=");
     client.rbuf->timeout = client.timeout = -1;

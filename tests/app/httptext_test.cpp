@@ -51,6 +51,8 @@ TEST(HttpDate, AgreesWithTheCLibrary) {
         strftime(expected, sizeof expected, forms[0], &parts);
         ASSERT_STREQ(xp_make_http_date(seconds, made), seconds < end ? expected : "");
     }
+    char none[30];
+    for (const int64_t far : {INT64_MIN, INT64_MAX}) EXPECT_STREQ(xp_make_http_date(far, none), "");
 }
 
 TEST(HttpUrl, IsCutIntoHostPortAndPath) {

@@ -27,7 +27,10 @@ int connect(xp_quillet *c) {
 int make(xp_quillet *c) { return xpql_new(c, &store); }
 int put(xp_quillet *c) { return xpql_put(c, "a b=c#", ("\r\n" + std::string(5000, '=')).c_str()); }
 int del(xp_quillet *c) { return xpql_del(c, "k"); }
-int get(xp_quillet *c) { return xpql_get(c, "k", &value); }
+int get(xp_quillet *c) {
+    EXPECT_EQ(c->rbuf->timeout, -1) << "replies are awaited without limit";
+    return xpql_get(c, "k", &value);
+}
 int list(xp_quillet *c) {
     const int result = xpql_get_all(c, &table, 7);
     if (result != XPQL_OK) return result;
@@ -49,7 +52,7 @@ std::string gathered;
 void create(xp_marrow **c, int port) { *c = xp_create_marrow("127.0.0.1", port, 64, 5000); }
 int connect(xp_marrow *c) { return gathered.clear(), xpmw_connect(c); }
 int open_plain(xp_marrow *c) { return xpmw_stmt_open_ex(c, '!', "S", 0); }
-int open_five(xp_marrow *c) { return xpmw_stmt_open(c, "a#,", 5, "a,b#c", null, "#0", "", "x\ny"); }
+int open_five(xp_marrow *c) { return xpmw_stmt_open(c, "a#,\n", 5, "a,b#c", null, "#0", "", "x\ny"); }
 int open_full(xp_marrow *c) { return xpmw_stmt_open(c, statement.c_str(), 1, hashes.c_str()); }
 int open_too_long(xp_marrow *c) { return xpmw_stmt_open(c, statement.c_str(), 2, hashes.c_str(), ""); }
 int open_array(xp_marrow *c) {
@@ -168,7 +171,7 @@ TEST(Marrow, CommandsRepliesResultsAndErrorTexts) {
         {xpmw_trans_rollback, 1, "RB\n", "200%d\n", 6, "200%d", 1},
         {xpmw_trans_commit, 1, "CI\n", "200 ok\nnoise\ncut", 4, "IOERROR_EOF:errno=0<Success>", failed | 1},
         {xpmw_trans_commit, 1, "CI\n", long_line, 3, "IOERROR_OVERFLOW:errno=0<Success>", failed | 1},
-        {open_five, 1 | 24, "*a#, a#/b##c,#0,##0,,x#ny\n", "200 \n", 0, "NO ERROR", 5},
+        {open_five, 1 | 24, "*a#,\n a#/b##c,#0,##0,,x#ny\n", "200 \n", 0, "NO ERROR", 5},
         {open_full, 1, "*" + statement + " " + hashes + hashes + "\n", "200 \n", 0, "NO ERROR", 5},
         {open_too_long, 1, "", "", 3, "COMMAND BUFFER OVERFLOW", 1},
         {open_plain, 1, "!S \n", "400 syntax\n", 6, "400 syntax", 1},

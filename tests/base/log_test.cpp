@@ -12,8 +12,9 @@ TEST(Log, TheDefaultHookWritesLinesAndANullHookNone) {
     EXPECT_EQ(log.take(), "|RUTL|tests/base/log_test.cpp: stat(x)\n");
     EXPECT_EQ(log.last_number, line);
 
-    xp_set_logproc(nullptr, nullptr);
-    EXPECT_EQ(xp_logparam, nullptr);
+    int parameter;
+    xp_set_logproc(nullptr, &parameter);
+    EXPECT_EQ(xp_logparam, &parameter);
     vorncore::report(XP_LOGCATE_DBI, "unheard %s", "of");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "|RWLK| (io/rwlock.cpp:77) Invalid 5 call\n"
                                                       "|TOOLO (io/rwlock.cpp:77) Invalid 5 call\n"

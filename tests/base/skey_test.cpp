@@ -20,6 +20,13 @@ TEST(SKey, SignaturesStayWhatTheyAre) {
             key.data()[i] ^= 1;
         }
     }
+    uint32_t all = 0;
+    for (int byte = 1; byte < 256; byte++) {
+        const char raw[] = {static_cast<char>(byte), '\0'};
+        char key[8];
+        for (const char c : std::string_view(xp_encode_rawskey(raw, key), 4)) all = all * 31 + static_cast<uint32_t>(c);
+    }
+    EXPECT_EQ(all, 1773013690U);
     EXPECT_EQ(xp_decode_skey(harness::guarded_text("000").data()), nullptr);
     harness::oom_sweep([] { // what a pool's keys leave behind, the harness sees
         xp_respool *pool = xp_create_respool();

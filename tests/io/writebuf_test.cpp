@@ -115,6 +115,8 @@ TEST(WriteBuf, StreamAndMessages) {
     wb->timeout = -1;
     fcntl(c[1], F_SETFL, O_NONBLOCK);
     EXPECT_TRUE(out->flush(out) == 1 && wb->status == 2) << "pending";
+    c.arrived();
+    EXPECT_TRUE(out->flush(out) == 1 && wb->status == 1) << "all is out, and the text stays";
     EXPECT_STREQ(out->lasterrmsg(out), "IOERROR_WRITE:errno=11<Resource temporarily unavailable>");
     xpwb_reset(wb, not_open);
     EXPECT_STREQ(xpwb_lasterrmsg(wb), "NO ERROR");

@@ -37,7 +37,11 @@ TEST(XmlNs, ResolvesNamesOrFails) {
     }
     outline::document emptied("<a><b i='1'/></a>");
     xp_destroy_xmlnode(xpxn_find(emptied.tree.root, "b/@i"));
+    EXPECT_EQ(emptied.child(0)->attribute_count, 1U) << "what was read";
     EXPECT_EQ(xpxt_enable_ns(&emptied.tree), 0) << "a table without attributes";
+    outline::document failed("<a xmlns:p='P'><q:b/></a>");
+    EXPECT_EQ(xpxt_enable_ns(&failed.tree), 0);
+    EXPECT_EQ(outline::of(failed.tree.root), "a[q|b[]]") << "split, and declared no more";
 }
 
 TEST(XmlNs, AttributesAreFoundByNamespaceAndLocalName) {
