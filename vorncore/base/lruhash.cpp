@@ -230,9 +230,7 @@ void xplh_rehash(xp_lruhash *table) {
     *tail = nullptr;
     while (item *const i = collected) {
         collected = i->next;
-        const sought k = sought_in(table, i->key);
-        links::tag_of(i) = k.tag;
-        links::append(table, k.bucket, i);
+        links::append(table, sought_in(table, i->key).bucket, i);
     }
 }
 

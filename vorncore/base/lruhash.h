@@ -48,7 +48,7 @@ struct xp_lruitem {
     xp_lruitem *previous; /* in its bucket: the item that was inserted before it */
     xp_lruitem *older;    /* by last use: the next one toward the item unused longest */
     xp_lruitem *newer;    /* by last use: the next one toward the item used last */
-    int32_t bucket;       /* its index; the padding behind it is the table's */
+    int32_t bucket;       /* its index */
     void *key;            /* key and value lie side by side: an xp_pair */
     void *value;
 };

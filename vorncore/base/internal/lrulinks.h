@@ -54,23 +54,11 @@ struct lru_links {
         return true;
     }
 
-    /// The tag of a stored key lies where an item has padding, behind its bucket index. Most items that a search meets
-    /// on its way are passed by it without a look at their keys, each of which is a line of memory of its own.
-    static uint8_t &tag_of(Item *i) {
-        return reinterpret_cast<uint8_t *>(i)[offsetof(Item, bucket) + sizeof i->bucket];
-    }
-
-    /// A copy hook may have stored another key than was searched for. Shared items are searched for without tags.
-    static void set_tag(const xp_lruhash *table, const sought &k, Item *i) {
-        if constexpr (shared) return;
-        tag_of(i) = table->key_copy && k.tag != sought::unknown ? sought_in(table, i->key).tag : k.tag;
-    }
-
     /// From an item on toward the oldest of its bucket.
     static Item *first_equal(const xp_lruhash *table, Item *i, const Item *head, const sought &k) {
         const auto pairs = pairs_of(table);
         for (; i != head; i = i->previous)
-            if ((k.tag == sought::unknown || k.tag == tag_of(i)) && is_visible(i) && pairs.equal(k, i)) return i;
+            if (is_visible(i) && pairs.equal(k, i)) return i;
         return nullptr;
     }
 
@@ -106,7 +94,6 @@ struct lru_links {
     /// Stores a pair in an item that is in no bucket and makes it the newest of its bucket.
     static void place(xp_lruhash *table, const sought &k, const void *value, Item *i) {
         pairs_of(table).fill(i, k.key, value);
-        set_tag(table, k, i);
         append(table, k.bucket, i);
     }
 
@@ -117,7 +104,6 @@ struct lru_links {
         if (!found) return mode == put_mode::replace ? 0 : insert() ? 1 : -1;
         if (mode == put_mode::put) return 0;
         pairs_of(table).overwrite(found, k.key, value); // kept: which is no use of it
-        set_tag(table, k, found);
         return 1;
     }
 
