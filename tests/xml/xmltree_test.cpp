@@ -41,6 +41,20 @@ TEST(XmlTree, ANodeIsParsedAloneAndThenHasANewParent) {
     EXPECT_EQ(doc.outline(), "");
 }
 
+// Wherever they lie: each text ends before an unmapped page.
+TEST(XmlTree, EndTagsAreComparedToTheLastLetter) {
+    for (size_t length = 1; length < 20; length++) {
+        const std::string name(length, 'n'), begin = "<r> <" + name + ">texttext</";
+        EXPECT_EQ(outline::document(begin + name + "></r>").outline(), "r[" + name + "['texttext']]");
+        for (size_t at = 0; at < length; at++) {
+            std::string other = name;
+            other[at] = 'm';
+            EXPECT_EQ(outline::document(begin + other + "></r>").offset, static_cast<int>(begin.size()) - 1);
+            EXPECT_EQ(outline::document(begin + name.substr(0, at)).offset, static_cast<int>(begin.size()) - 1);
+        }
+    }
+}
+
 TEST(XmlTree, ChildrenAreFoundAddedAndTakenOut) {
     outline::document doc("<r>t<i n='0'/><j>x</j><i n='1'/><i/></r>");
     std::string found;

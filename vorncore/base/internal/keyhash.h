@@ -11,13 +11,6 @@
 
 namespace vorncore {
 
-template <class Word>
-uint64_t load_word(const char *bytes) {
-    Word word;
-    memcpy(&word, bytes, sizeof word);
-    return word;
-}
-
 /// memcmp(a, b, n) == 0, inlined; n > 0.
 inline bool equal_bytes(const char *a, const char *b, size_t n) {
     if (n >= 8) {

@@ -19,6 +19,25 @@
 
 namespace vorncore {
 
+template <class Word>
+uint64_t load_word(const char *bytes) {
+    Word word;
+    memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+/// 0 when no byte of the word is zero; else the lowest bit set is the top one of the first zero byte.
+inline uint64_t zeros_in(uint64_t word) { return (word - 0x0101010101010101) & ~word & 0x8080808080808080; }
+
+/// The next eight bytes of a text; what stands behind its end does not count. Only aligned words are read, each with a
+/// byte of the text in it: memory checkers know that for harmless.
+inline uint64_t load_text(const char *text) {
+    const uintptr_t before = reinterpret_cast<uintptr_t>(text) % 8;
+    const uint64_t word = load_word<uint64_t>(text - before) >> 8 * before;
+    if (!before || zeros_in(word | ~(~uint64_t{0} >> 8 * before))) return word;
+    return word | load_word<uint64_t>(text - before + 8) << (64 - 8 * before);
+}
+
 /// strlen, inlined.
 inline size_t text_length(const char *text) {
     if (!VORNCORE_READ_TO_PAGE_END) return strlen(text);

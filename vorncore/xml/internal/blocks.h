@@ -24,7 +24,7 @@ inline bool is_block(const void *record) { return reinterpret_cast<uintptr_t>(re
 
 /// How far ahead of its use a block is called for: a document's blocks do not fit the caches, and memory is a hundred
 /// nanoseconds away.
-constexpr ptrdiff_t blocks_ahead = 2048;
+constexpr ptrdiff_t blocks_ahead = 4096;
 
 /// Calls for all cache lines of a block. An address is all it takes: the block need not be there.
 template <class Block>

@@ -12,6 +12,7 @@ static void free_children(xp_xmlnode *node) {
 }
 
 static void free_attributes(xp_hashtable *attributes, block_release &release) {
+    if (!attributes) return;
     each_attribute(attributes, [&](xp_xmlattr *record) {
         release(record);
         return true;
@@ -37,7 +38,7 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
             }
             free_children(node);
         }
-        if (node->attributes) free_attributes(node->attributes, release);
+        free_attributes(node->attributes, release);
         if (node == top) break;
         xp_xmlnode *const parent = node->parent;
         release(node);
@@ -45,6 +46,11 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
     }
     top->children = nullptr;
     top->attributes = nullptr;
+}
+
+void free_attributes(xp_hashtable *attributes) {
+    block_release release;
+    free_attributes(attributes, release);
 }
 
 void free_contents(xp_xmlnode *node) {

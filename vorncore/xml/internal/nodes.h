@@ -49,6 +49,8 @@ inline bool append_child(xp_array *children, xp_xmlnode *child) {
     return true;
 }
 
+/// Frees a table of attributes and the attributes; there may be none.
+void free_attributes(xp_hashtable *attributes);
 /// Frees all that is below a node; its own record stays.
 void free_contents(xp_xmlnode *node);
 void free_node(xp_xmlnode *node);

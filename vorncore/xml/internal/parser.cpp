@@ -2,9 +2,11 @@
 
 #include <string.h>
 
+#include <bit>
 #include <utility>
 
 #include "vorncore/base/chartype.h"
+#include "vorncore/base/internal/textscan.h"
 #include "vorncore/xml/internal/nodes.h"
 
 using namespace vorncore;
@@ -62,12 +64,25 @@ static bool __cut_to_pattern(char *&at, const char *pattern) {
     return true;
 }
 
+/// Where a text goes on behind a name that it begins with, null if it does not. The name lies before it in the same
+/// buffer, and is not empty. Most names are less than a word long; compared as one, their lengths need no guessing.
+static char *behind_name(char *text, const char *name) {
+    if (VORNCORE_READ_TO_PAGE_END && text - name >= 8) {
+        const uint64_t word = load_word<uint64_t>(name);
+        if (const uint64_t end = zeros_in(word)) {
+            const int length = std::countr_zero(end) / 8;
+            return (load_text(text) ^ word) << (64 - 8 * length) ? nullptr : text + length;
+        }
+    }
+    while (*name && *text == *name) text++, name++;
+    return *name ? nullptr : text;
+}
+
 /// Goes behind the end tag of that name if it is what stands here.
 static bool __istagend(char *&at, const char *name) {
     if (at[0] != '<' || at[1] != '/') return false;
-    char *p = at + 2;
-    while (*name && *p == *name) p++, name++;
-    if (*name) return false;
+    char *p = behind_name(at + 2, name);
+    if (!p) return false;
     p = skip_space(p);
     if (*p != '>') return false;
     *at = '\0'; // ends a text
@@ -77,18 +92,31 @@ static bool __istagend(char *&at, const char *name) {
 
 namespace {
 
+/// What was read of a node: all of it, or the start tag of an element. Where its record will lie depends on that.
+struct reading {
+    uint32_t kind = XP_XML_TEXT;
+    char *text = nullptr;
+    xp_hashtable *attributes = nullptr; // owned; they have no owner yet
+
+    void move_to(xp_xmlnode *node, xp_xmlnode *parent) {
+        const uint32_t count = attributes ? static_cast<uint32_t>(attributes->count) : 0;
+        *node = {kind, text, nullptr, nullptr, parent, nullptr, attributes, count};
+        if (attributes) each_attribute(attributes, [=](xp_xmlattr *a) { return a->owner = node, true; });
+    }
+};
+
 /// False for a name that is there already, and when memory is short.
-bool add_attribute(block_source &blocks, xp_xmlnode *owner, char *name, char *value) {
-    if (!owner->attributes) {
+bool add_attribute(block_source &blocks, xp_hashtable *&attributes, char *name, char *value) {
+    if (!attributes) {
         auto *const table = blocks.allocate<table_block>();
         if (!table) return false;
-        owner->attributes = table->init();
+        attributes = table->init();
     }
     auto *const cut = blocks.allocate<attribute_block>();
     if (!cut) return false;
     xp_xmlattr *const record = &cut->record;
-    *record = {XP_XML_ATTRIBUTE, value, nullptr, nullptr, owner, name, nullptr};
-    if (xpht_put(owner->attributes, name, record)) return true;
+    *record = {XP_XML_ATTRIBUTE, value, nullptr, nullptr, nullptr, name, nullptr};
+    if (xpht_put(attributes, name, record)) return true;
     block_release()(record);
     return false;
 }
@@ -99,17 +127,18 @@ enum class outcome {
     opened, // content follows
 };
 
-outcome read_element(parse_state &state, xp_xmlnode *node) {
+outcome read_element(parse_state &state, reading &node) {
     char *&at = state.at;
-    node->kind = XP_XML_ELEMENT;
-    node->text = at;
+    node.kind = XP_XML_ELEMENT;
+    node.text = at;
     at = skip_name(at);
-    if (at == node->text) return outcome::failed;
+    if (at == node.text) return outcome::failed;
     if (xp_char_is(*at, XP_CHAR_SPACE)) {
         *at++ = '\0';
-        const auto store = [&](char *name, char *value) { return add_attribute(state.blocks, node, name, value); };
+        const auto store = [&](char *name, char *value) {
+            return add_attribute(state.blocks, node.attributes, name, value);
+        };
         if (!__read_attributes(at, store)) return outcome::failed;
-        if (node->attributes) node->attribute_count = static_cast<uint32_t>(node->attributes->count);
     }
     const bool empty = at[0] == '/' && at[1] == '>';
     if (!empty && *at != '>') return outcome::failed;
@@ -118,8 +147,8 @@ outcome read_element(parse_state &state, xp_xmlnode *node) {
     return empty ? outcome::whole : outcome::opened;
 }
 
-outcome read_text(parse_state &state, xp_xmlnode *node) {
-    node->text = state.at;
+outcome read_text(parse_state &state, reading &node) {
+    node.text = state.at;
     char *const end = strchr(state.at, '<');
     if (!end) return outcome::failed;
     state.at = end; // becomes a NUL when it is parsed
@@ -133,37 +162,34 @@ constexpr struct {
     char end[4];
 } sections[] = {{XP_XML_COMMENT, "!--", "-->"}, {XP_XML_CDATA, "![CDATA[", "]]>"}, {XP_XML_PI, "?", "?>"}};
 
-outcome read_section(parse_state &state, xp_xmlnode *node) {
+outcome read_section(parse_state &state, reading &node) {
     for (const auto &section : sections) {
         const size_t length = strlen(section.begin);
         if (strncmp(state.at, section.begin, length) != 0) continue;
-        node->kind = section.kind;
-        node->text = state.at += length;
+        node.kind = section.kind;
+        node.text = state.at += length;
         return __cut_to_pattern(state.at, section.end) ? outcome::whole : outcome::failed;
     }
     return outcome::failed;
 }
 
 /// Reads a node after white space; of an element with content, the start tag.
-outcome read_node(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
-    *node = {XP_XML_TEXT, nullptr, nullptr, nullptr, parent, nullptr, nullptr, 0};
+outcome read_node(parse_state &state, reading &node) {
     state.at = skip_space(state.at);
     if (*state.at != '<') return read_text(state, node);
     *state.at++ = '\0'; // ends a text
     return *state.at == '!' || *state.at == '?' ? read_section(state, node) : read_element(state, node);
 }
 
-bool is_skipped(const parse_state &state, const xp_xmlnode *node) { return node->kind & state.skip_mask; }
+bool is_skipped(const parse_state &state, uint32_t kind) { return kind & state.skip_mask; }
 
 /// Moves what was read into a block. Null when memory is short.
 template <class Block>
-xp_xmlnode *kept(parse_state &state, const xp_xmlnode &read) {
+xp_xmlnode *kept(parse_state &state, reading &read, xp_xmlnode *parent) {
     Block *const cut = state.blocks.allocate<Block>();
     if (!cut) return nullptr;
-    xp_xmlnode *const node = &cut->record;
-    *node = read;
-    if (node->attributes) each_attribute(node->attributes, [=](xp_xmlattr *a) { return a->owner = node, true; });
-    return node;
+    read.move_to(&cut->record, parent);
+    return &cut->record;
 }
 
 /// Reads the content and the end tag of an element.
@@ -185,19 +211,20 @@ class content_reader {
     bool close() {
         xp_xmlnode *const whole = open_;
         open_ = whole->parent;
-        if (!is_skipped(state_, whole)) return take_child(whole);
+        if (!is_skipped(state_, whole->kind)) return take_child(whole);
         free_node(whole);
         return true;
     }
 
     /// Reads a node into the open element, or opens it when it has content.
     bool read_child() {
-        xp_xmlnode read, *node = nullptr;
-        const outcome found = read_node(state_, &read, open_);
-        const bool skipped = found == outcome::whole && is_skipped(state_, &read);
-        if (found == outcome::opened) node = kept<parent_block>(state_, read);
-        if (found == outcome::whole && !skipped) node = kept<leaf_block>(state_, read);
-        if (!node) return free_contents(&read), skipped;
+        reading read;
+        xp_xmlnode *node = nullptr;
+        const outcome found = read_node(state_, read);
+        const bool skipped = found == outcome::whole && is_skipped(state_, read.kind);
+        if (found == outcome::opened) node = kept<parent_block>(state_, read, open_);
+        if (found == outcome::whole && !skipped) node = kept<leaf_block>(state_, read, open_);
+        if (!node) return free_attributes(read.attributes), skipped;
         if (found == outcome::whole) return take_child(node);
         open_ = node;
         return true;
@@ -226,8 +253,10 @@ class content_reader {
 } // namespace
 
 static bool __parse_xml(parse_state &state, xp_xmlnode *node, xp_xmlnode *parent) {
-    const outcome read = read_node(state, node, parent);
-    if (read == outcome::whole || (read == outcome::opened && content_reader(state, node).run())) return true;
+    reading read;
+    const outcome found = read_node(state, read);
+    read.move_to(node, parent);
+    if (found == outcome::whole || (found == outcome::opened && content_reader(state, node).run())) return true;
     free_contents(node);
     return false;
 }
@@ -257,7 +286,7 @@ bool vorncore::parse_document(parse_state &state, xp_xmltree *tree) {
         auto *const node =
             create_record<xp_xmlnode>([&](xp_xmlnode *record) { return __parse_xml(state, record, xpxt_node(tree)); });
         if (!node) return false;
-        if (is_skipped(state, node)) {
+        if (is_skipped(state, node->kind)) {
             free_node(node);
             continue;
         }
