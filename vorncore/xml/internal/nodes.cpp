@@ -32,7 +32,7 @@ static void free_contents(xp_xmlnode *top, block_release &release) {
                 // Blocks were cut in document order: the siblings to come lie before this one, what is below it behind.
                 prefetch<parent_block>(reinterpret_cast<const char *>(child) - blocks_ahead);
                 prefetch<parent_block>(reinterpret_cast<const char *>(child) + blocks_ahead);
-                child->parent = node;
+                if (child->parent != node) child->parent = node; // mostly it is: nothing to write back
                 node = child;
                 continue;
             }
