@@ -118,15 +118,13 @@ TEST(XmlTree, EntityReferencesAreReplacedInPlace) {
         {"a&lt;b&#65 c", "a<bt;b&#65 c"},
         {"&lt;&#x41G;", "<lt;&#x41G;"},
     };
-    const auto put = [](const std::string &text, const char *mark, const std::string &into) {
-        return harness::replaced(into, mark, text);
-    };
-    for (const auto &[text, replaced] : cases)
+    using harness::replaced;
+    for (const auto &[text, result] : cases)
         for (const bool whole : {false, true}) {
-            outline::document doc(put(text, "_", "<?xml v='_'?><a v='_'>_<b><!--_--><![CDATA[_]]><?_?></b></a>"));
+            outline::document doc(replaced("<?xml v='_'?><a v='_'>_<b><!--_--><![CDATA[_]]><?_?></b></a>", "_", text));
             whole ? void(xpxt_unescape(&doc.tree)) : xpxn_unescape(doc.tree.root);
-            const std::string declared = put(whole ? replaced : text, "_", "xml{v=_} ");
-            EXPECT_EQ(doc.outline(), declared + put(replaced, "*", put(text, "_", "a{v=*}['*' b[#_# !_! %_%]]")));
+            const std::string root = replaced(replaced("a{v=*}['*' b[#_# !_! %_%]]", "_", text), "*", result);
+            EXPECT_EQ(doc.outline(), replaced("xml{v=_} ", "_", whole ? result : text) + root);
         }
 }
 

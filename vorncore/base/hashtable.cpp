@@ -88,7 +88,7 @@ int xp_getprime_over(int n) {
 
 int xp_getprime_under(int n) {
     if (n <= 3) return -1;
-    for (n -= n % 2 ? 2 : 1; n > 3 && !xp_isprime(n);) n -= 2;
+    for (n -= n % 2 ? 2 : 1; !xp_isprime(n);) n -= 2; // 3 ends it
     return n;
 }
 

@@ -8,7 +8,7 @@ using namespace vorncore::shared_lru;
 
 namespace {
 
-/// The key of a call, in the bucket that the caller has locked. It was hashed when he did, and is not again for a tag.
+/// The key of a call, in the bucket that the caller has locked. It was hashed when he did, and is not again.
 sought sought_at(const void *key, uint32_t bucket) { return {key, bucket & ~write_mark}; }
 
 item *find(const xp_xlruhash *table, const void *key, uint32_t bucket) {
